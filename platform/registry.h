@@ -31,8 +31,8 @@ LONG RegOpenKeyExW(HKEY parent, const wchar_t* subKey, HKEY* result);
 LONG RegCreateKeyExW(HKEY parent, const wchar_t* subKey, HKEY* result, DWORD* disposition = nullptr);
 // ERROR_FILE_NOT_FOUND (2) when the value is absent; ERROR_MORE_DATA (234)
 // when `data` is too small (the size needed is stored in *size). A null
-// `data` asks only for type and size. REG_SZ sizes count bytes of UTF-16
-// including the terminating NUL, as on the original.
+// `data` asks only for type and size. REG_SZ data are host wide characters
+// (wchar_t) including the terminating NUL; sizes count bytes.
 LONG RegQueryValueExW(HKEY key, const wchar_t* name, DWORD* type, BYTE* data, DWORD* size);
 LONG RegSetValueExW(HKEY key, const wchar_t* name, DWORD type, const BYTE* data, DWORD size);
 LONG RegFlushKey(HKEY key);
