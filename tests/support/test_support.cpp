@@ -22,6 +22,9 @@ TempUnitRoot::TempUnitRoot() {
     closeLogFileForShutdown();
     host::setUnitRoot(path_);
     host::reloadRegistry();
+    // The flash disk of a unit has its user folder; the log folder itself is
+    // made by the first log line.
+    fs::create_directories(base / "FlashFx Disk2" / "Orvane" / "Users" / "Admin");
 }
 
 TempUnitRoot::~TempUnitRoot() {

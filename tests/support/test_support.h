@@ -9,8 +9,8 @@
 
 namespace testing_support {
 
-// Creates a fresh unit root folder under the system's temporary folder,
-// makes it the host's unit root, and removes it again on destruction.
+// Creates a fresh unit root folder under the system's temporary folder with
+// the flash disk's user folder in it, makes it the host's unit root, and removes it again on destruction.
 class TempUnitRoot {
 public:
     TempUnitRoot();

@@ -1,0 +1,44 @@
+# Front door for people and CI. Everything builds under build*/.
+JOBS ?= 2
+CMAKE_FLAGS ?=
+TSAN_TESTS ?= 'dsplink|boards|registry|sim|platform'
+
+.PHONY: all deps build test asan tsan bench fuzz clean format
+
+all: build
+
+deps:
+	@scripts/ensure-deps.sh
+
+build/CMakeCache.txt: | deps
+	cmake -S . -B build -DCMAKE_BUILD_TYPE=RelWithDebInfo $(CMAKE_FLAGS)
+
+build: deps build/CMakeCache.txt
+	cmake --build build -j$(JOBS)
+
+test: build
+	cd build && ctest --output-on-failure -j$(JOBS) --timeout 300
+
+asan: deps
+	cmake -S . -B build-asan -DCMAKE_BUILD_TYPE=Debug -DTOVEL_SANITIZE=address $(CMAKE_FLAGS)
+	cmake --build build-asan -j$(JOBS)
+	cd build-asan && ASAN_OPTIONS=detect_leaks=1 UBSAN_OPTIONS=print_stacktrace=1 \
+	  ctest --output-on-failure -j$(JOBS) --timeout 600
+
+tsan: deps
+	cmake -S . -B build-tsan -DCMAKE_BUILD_TYPE=Debug -DTOVEL_SANITIZE=thread $(CMAKE_FLAGS)
+	cmake --build build-tsan -j$(JOBS)
+	cd build-tsan && TSAN_OPTIONS=halt_on_error=1 ctest --output-on-failure -j$(JOBS) --timeout 600 -R $(TSAN_TESTS)
+
+bench: build
+	@for b in build/tovel_bench_*; do [ -x "$$b" ] && echo "== $$b" && "$$b"; done; true
+
+fuzz: deps
+	CXX=clang++ cmake -S . -B build-fuzz -DCMAKE_BUILD_TYPE=RelWithDebInfo -DTOVEL_FUZZ=ON $(CMAKE_FLAGS)
+	cmake --build build-fuzz -j$(JOBS)
+
+format:
+	git ls-files '*.cpp' '*.h' | xargs clang-format -i
+
+clean:
+	rm -rf build build-asan build-tsan build-fuzz
