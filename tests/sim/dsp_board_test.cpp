@@ -1,0 +1,237 @@
+// The status block, the board detail and the command handshake of a running
+// DSP, seen through the driver.
+#include <thread>
+#include <vector>
+
+#include "sim/firmware_table.h"
+#include "sim_fixture.h"
+
+namespace simtest {
+namespace {
+
+using sim::BoardKind;
+
+class DspBoardTest : public SimBusTest {
+  protected:
+    std::shared_ptr<sim::SimDspBoard> attachAndOpen(const sim::BoardSpec& spec) {
+        auto board = bus_->attach(spec);
+        client_ = std::make_unique<DspClient>();
+        return board;
+    }
+    std::shared_ptr<sim::SimDspBoard> attachAndOpen(BoardKind kind) {
+        return attachAndOpen(sim::defaultBoardSpec(kind));
+    }
+    std::unique_ptr<DspClient> client_;
+};
+
+TEST_F(DspBoardTest, StatusBlockCarriesDeviceStateDetailAndSequence) {
+    auto board = attachAndOpen(BoardKind::RF);
+    std::vector<BYTE> detail(59);
+    for (std::size_t i = 0; i < detail.size(); ++i) detail[i] = static_cast<BYTE>(0xA0 + i);
+    board->setStatusDetail(detail);
+
+    sim::StatusBlock block = client_->status();
+    EXPECT_EQ(block[0], 1);
+    EXPECT_EQ(block[2], 4);
+    EXPECT_EQ(block[4], 0xA0);
+    EXPECT_EQ(block[62], 0xA0 + 58);
+    EXPECT_EQ(block[63], 1);
+
+    // The controller's 65-byte read gets the same 64 bytes; byte 64 is not the block's.
+    std::vector<BYTE> buffer(65, 0xEE);
+    ASSERT_TRUE(host::DeviceIoControl(client_->handle(), sim::kIoctlGetStatus, buffer.data(), 65,
+                                      nullptr, 0, nullptr));
+    EXPECT_TRUE(std::equal(block.begin(), block.end(), buffer.begin()));
+    EXPECT_EQ(buffer[64], 0xEE);
+}
+
+TEST_F(DspBoardTest, BoardDetailReadAnswersTheLittleEndianRecordOnce) {
+    auto spec = sim::defaultBoardSpec(BoardKind::IP150);
+    spec.detail.info1 = 0x01020304;
+    spec.detail.info45 = 0x1122334455667788ull;
+    spec.detail.info7 = 7;
+    attachAndOpen(spec);
+
+    ASSERT_TRUE(client_->send(bytes({11, 0, 0, 0})));
+    auto frame = client_->reply(36);
+    ASSERT_EQ(frame.size(), 36u);
+    EXPECT_EQ(std::vector<BYTE>(frame.begin(), frame.begin() + 4), bytes({11, 0, 0, 32}));
+    EXPECT_EQ(sim::getLe32(frame, 4), 1235000000u);
+    EXPECT_EQ(sim::getLe32(frame, 8), 0x01020304u);
+    EXPECT_EQ(sim::getLe32(frame, 12), 1006u);
+    EXPECT_EQ(sim::getLe64(frame, 20), 0x1122334455667788ull);
+    EXPECT_EQ(sim::getLe32(frame, 28), 3u);
+    EXPECT_EQ(sim::getLe32(frame, 32), 7u);
+
+    // Fetched once: a second get-data finds nothing pending.
+    EXPECT_EQ(client_->reply(8), bytes({0, 0, 0, 0, 0, 0, 0, 0}));
+}
+
+TEST_F(DspBoardTest, BoardDetailWriteReplacesTheRecord) {
+    auto board = attachAndOpen(BoardKind::T1);
+    sim::BoardDetail written = board->detail();
+    written.serial = 1060000123;
+    written.info3 = 33;
+    auto record = written.encode();
+    std::vector<BYTE> frame = bytes({11, 1, 0, 32});
+    frame.insert(frame.end(), record.begin(), record.end());
+    ASSERT_TRUE(client_->send(frame));
+    EXPECT_EQ(board->detail(), written);
+
+    client_->send(bytes({11, 0, 0, 0}));
+    EXPECT_EQ(sim::getLe32(client_->reply(36), 4), 1060000123u);
+}
+
+TEST_F(DspBoardTest, CommandWithoutReplyAdvancesSequenceByTwoAndShowsDone) {
+    attachAndOpen(BoardKind::T1);
+    client_->command(0x20, bytes({1, 2, 3}));
+    EXPECT_EQ(client_->sequence(), 3);
+    EXPECT_EQ(client_->state(), 8);
+    client_->command(0x21);
+    EXPECT_EQ(client_->sequence(), 5);
+}
+
+TEST_F(DspBoardTest, SequenceWrapsAt256) {
+    attachAndOpen(BoardKind::T1);
+    for (int i = 0; i < 127; ++i) client_->command(0x20);
+    EXPECT_EQ(client_->sequence(), 255);
+    client_->command(0x20);
+    EXPECT_EQ(client_->sequence(), 1);
+}
+
+TEST_F(DspBoardTest, CommandWithReplyShowsResultReadyThenServesTheFrameOnce) {
+    attachAndOpen(BoardKind::Analog);
+    client_->command(sim::kOpcodeEcho, bytes({9, 8, 7}));
+    EXPECT_EQ(client_->state(), 5);
+    EXPECT_EQ(client_->sequence(), 3);
+
+    auto frame = client_->reply(7);
+    EXPECT_EQ(frame, bytes({1, sim::kOpcodeEcho, 0, 3, 9, 8, 7}));
+    EXPECT_EQ(client_->state(), 4);  // nothing left to fetch
+    EXPECT_EQ(client_->sequence(), 3);
+    EXPECT_EQ(client_->reply(4), bytes({0, 0, 0, 0}));
+}
+
+TEST_F(DspBoardTest, ReplyIsCutToTheCallersBuffer) {
+    attachAndOpen(BoardKind::IP150);
+    client_->command(1);  // version query, 764-byte reply
+    auto frame = client_->reply(8);
+    EXPECT_EQ(frame, bytes({1, 1, 0x02, 0xFC, 99, 0, 6, 0}));
+}
+
+TEST_F(DspBoardTest, RejectOpcodeShowsBadCommand) {
+    attachAndOpen(BoardKind::RF);
+    client_->command(sim::kOpcodeReject);
+    EXPECT_EQ(client_->state(), 9);
+    EXPECT_EQ(client_->sequence(), 3);
+    EXPECT_EQ(client_->reply(4), bytes({0, 0, 0, 0}));
+}
+
+TEST_F(DspBoardTest, NewCommandDiscardsAnUnfetchedReply) {
+    attachAndOpen(BoardKind::RF);
+    client_->command(sim::kOpcodeEcho, bytes({5}));
+    client_->command(0x40);
+    EXPECT_EQ(client_->state(), 8);
+    EXPECT_EQ(client_->reply(4), bytes({0, 0, 0, 0}));
+}
+
+TEST_F(DspBoardTest, AckWindowShowsSevenUnderTheCountInBetween) {
+    auto board = attachAndOpen(BoardKind::T1);
+    board->setAckTime(30);
+    client_->command(12);
+    EXPECT_EQ(client_->state(), 7);
+    EXPECT_EQ(client_->sequence(), 2);
+    clock_->advance(29);
+    EXPECT_EQ(client_->state(), 7);
+    clock_->advance(1);
+    EXPECT_EQ(client_->state(), 5);
+    EXPECT_EQ(client_->sequence(), 3);
+    auto frame = client_->reply(20);
+    EXPECT_EQ(frame[1], 12);
+    EXPECT_EQ(frame[18], 102);
+}
+
+TEST_F(DspBoardTest, AckUnderTheFinalNumberWhenConfigured) {
+    auto board = attachAndOpen(BoardKind::T1);
+    board->setAckTime(10);
+    board->setAckNumbering(sim::AckNumbering::Final);
+    client_->command(0x20);
+    EXPECT_EQ(client_->state(), 7);
+    EXPECT_EQ(client_->sequence(), 3);
+    clock_->advance(10);
+    EXPECT_EQ(client_->state(), 8);
+    EXPECT_EQ(client_->sequence(), 3);
+}
+
+TEST_F(DspBoardTest, CommandDuringAckCompletesThePreviousOne) {
+    auto board = attachAndOpen(BoardKind::T1);
+    board->setAckTime(100);
+    client_->command(0x20);
+    client_->command(0x21);
+    EXPECT_EQ(client_->state(), 7);
+    EXPECT_EQ(client_->sequence(), 4);
+    clock_->advance(100);
+    EXPECT_EQ(client_->sequence(), 5);
+}
+
+TEST_F(DspBoardTest, MalformedFramesShowBadUsbCommandUntilTheNextGoodFrame) {
+    auto board = attachAndOpen(BoardKind::T1);
+    ASSERT_TRUE(client_->send(bytes({1, 0x20})));  // header cut short
+    EXPECT_EQ(client_->state(), 10);
+    ASSERT_TRUE(client_->send(bytes({1, 0x20, 0, 5, 1})));  // fewer bytes than announced
+    EXPECT_EQ(client_->state(), 10);
+    ASSERT_TRUE(client_->send(bytes({9, 0, 0, 0})));  // no such device
+    EXPECT_EQ(client_->state(), 10);
+    ASSERT_TRUE(client_->send(bytes({11, 1, 0, 4, 1, 2, 3, 4})));  // detail too short
+    EXPECT_EQ(client_->state(), 10);
+    EXPECT_EQ(board->detail().serial, 1050000000u);
+    EXPECT_EQ(client_->sequence(), 1);
+    EXPECT_EQ(board->commandHistory().size(), 0u);
+
+    client_->command(0x20);
+    EXPECT_EQ(client_->state(), 8);
+    EXPECT_EQ(client_->sequence(), 3);
+}
+
+TEST_F(DspBoardTest, ExtraBytesBeyondTheAnnouncedLengthAreIgnored) {
+    auto board = attachAndOpen(BoardKind::T1);
+    ASSERT_TRUE(client_->send(bytes({1, sim::kOpcodeEcho, 0, 1, 42, 43, 44})));
+    EXPECT_EQ(client_->reply(6), bytes({1, sim::kOpcodeEcho, 0, 1, 42, 0}));
+}
+
+TEST_F(DspBoardTest, CommandHistoryAndCountsRecordWhatTheProgramTook) {
+    auto board = attachAndOpen(BoardKind::RF);
+    client_->command(15, bytes({0, 0, 0, 0, 0x48, 0xAF, 0x49, 0}));
+    client_->command(0x33);
+    auto history = board->commandHistory();
+    ASSERT_EQ(history.size(), 2u);
+    EXPECT_EQ(history[0].opcode, 15);
+    EXPECT_EQ(history[0].payload.size(), 8u);
+    EXPECT_EQ(history[1].opcode, 0x33);
+    EXPECT_EQ(board->commandCount(15), 1u);
+    for (std::size_t i = 0; i < sim::SimDspBoard::kHistorySize + 5; ++i) client_->command(0x34);
+    EXPECT_EQ(board->commandHistory().size(), sim::SimDspBoard::kHistorySize);
+    EXPECT_EQ(board->commandCount(0x34), sim::SimDspBoard::kHistorySize + 5);
+}
+
+TEST_F(DspBoardTest, SeveralThreadsOnOneBoardKeepItConsistent) {
+    auto board = bus_->attach(BoardKind::T1);
+    DspClient client;
+    constexpr int kThreads = 4;
+    constexpr int kCommands = 50;
+    std::vector<std::thread> threads;
+    for (int t = 0; t < kThreads; ++t) {
+        threads.emplace_back([&] {
+            for (int i = 0; i < kCommands; ++i) {
+                client.command(0x20);
+                client.status();
+            }
+        });
+    }
+    for (auto& t : threads) t.join();
+    EXPECT_EQ(board->commandCount(0x20), unsigned{kThreads * kCommands});
+    EXPECT_EQ(client.sequence(), static_cast<BYTE>(1 + 2 * kThreads * kCommands));
+}
+
+}  // namespace
+}  // namespace simtest

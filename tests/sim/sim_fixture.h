@@ -1,0 +1,58 @@
+#pragma once
+// A bus with virtual time, and a thin driver client that speaks to a board
+// through CreateFileW/DeviceIoControl like the link does.
+#include <gtest/gtest.h>
+
+#include <memory>
+#include <span>
+#include <vector>
+
+#include "platform/clock.h"
+#include "sim/dsp_bus.h"
+
+namespace simtest {
+
+// One open handle of "DSP1:".
+class DspClient {
+  public:
+    DspClient();  // opens "DSP1:"
+    ~DspClient();
+    DspClient(const DspClient&) = delete;
+    DspClient& operator=(const DspClient&) = delete;
+
+    bool valid() const { return handle_ != INVALID_HANDLE_VALUE; }
+    HANDLE handle() const { return handle_; }
+
+    // Each answers whether DeviceIoControl succeeded; `lastError` holds the
+    // error of the last failed call.
+    bool status(sim::StatusBlock& block, DWORD size = 64);
+    bool send(std::span<const BYTE> frame);
+    bool getData(std::vector<BYTE>& frame, DWORD size);
+
+    // Conveniences that expect success.
+    sim::StatusBlock status();
+    BYTE state() { return status()[sim::kStatusStateOffset]; }
+    BYTE sequence() { return status()[sim::kStatusSequenceOffset]; }
+    void command(BYTE opcode, std::span<const BYTE> payload = {});
+    // The reply frame, header included, read with a buffer of `size` bytes.
+    std::vector<BYTE> reply(DWORD size);
+
+    DWORD lastError = 0;
+
+  private:
+    HANDLE handle_;
+};
+
+class SimBusTest : public ::testing::Test {
+  protected:
+    void SetUp() override;
+    void TearDown() override;
+
+    std::shared_ptr<host::ManualClock> clock_ = std::make_shared<host::ManualClock>(1000);
+    std::unique_ptr<host::ScopedClock> scopedClock_;
+    std::shared_ptr<sim::SimDspBus> bus_;
+};
+
+std::vector<BYTE> bytes(std::initializer_list<int> values);
+
+}  // namespace simtest
