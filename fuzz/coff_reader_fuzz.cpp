@@ -1,0 +1,66 @@
+// libFuzzer target: the DSP link's COFF image reader on arbitrary file
+// contents. Each input is written as the board's image file in a scratch
+// unit root and read the way a boot reads it.
+#include <cstddef>
+#include <cstdint>
+#include <filesystem>
+#include <fstream>
+#include <random>
+#include <string>
+
+#include "dsplink/coff_reader.h"
+#include "platform/debug_out.h"
+#include "platform/files.h"
+
+namespace {
+
+const wchar_t* const kImagePath = L"\\Program Files\\Orvane Instruments\\480\\rf.cof";
+
+class ScratchRoot {
+  public:
+    ScratchRoot() {
+        std::random_device random;
+        root_ = std::filesystem::temp_directory_path() /
+                ("coff-fuzz-" + std::to_string(random()) + std::to_string(random()));
+        std::filesystem::create_directories(root_);
+        host::setUnitRoot(root_.string());
+        image_ = host::mapPath(kImagePath);
+        std::filesystem::create_directories(std::filesystem::path(image_).parent_path());
+        host::setDebugSink([](const std::wstring&) {});  // the event log's echo is noise here
+    }
+    ~ScratchRoot() {
+        std::error_code ignored;
+        std::filesystem::remove_all(root_, ignored);
+    }
+    void write(const std::uint8_t* data, std::size_t size) const {
+        std::ofstream out(image_, std::ios::binary | std::ios::trunc);
+        out.write(reinterpret_cast<const char*>(data), static_cast<std::streamsize>(size));
+    }
+
+  private:
+    std::filesystem::path root_;
+    std::string image_;
+};
+
+}  // namespace
+
+extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
+    static const ScratchRoot scratch;
+    scratch.write(data, size);
+
+    CoffSectionTable sections;
+    int count = 0;
+    const int result = readCoffImage(kImagePath, sections, count);
+
+    // The reader's own promises; a broken one is a finding.
+    if (result != 0 && (result < kCoffOpenFailed || result > kCoffHeadersTruncated))
+        __builtin_trap();
+    if (count < 0 || count > kMaxCoffSections) __builtin_trap();
+    for (int i = 0; i < kMaxCoffSections; ++i) {
+        const CoffSection& r = sections[static_cast<std::size_t>(i)];
+        if (i >= count ? !r.data.empty()
+                       : r.data.size() != r.size || std::uint64_t{r.filePos} + r.size > size)
+            __builtin_trap();
+    }
+    return 0;
+}

@@ -1,0 +1,167 @@
+// The cofinfo and mkcof programs, run as people run them.
+#include <gtest/gtest.h>
+
+#include <cstdlib>
+#include <filesystem>
+#include <fstream>
+#include <sstream>
+
+#include "tests/coff/coff_test_util.h"
+#include "tests/coff/mini_json.h"
+#include "tools/coffkit/coff_writer.h"
+
+using testing_support::TempUnitRoot;
+
+namespace {
+
+struct RunResult {
+    int exitCode = -1;
+    std::string output;
+};
+
+std::string quoted(const std::string& s) {
+    return "'" + s + "'";
+}
+
+// Runs a program of the build folder through the shell, collecting its
+// output and exit code in files of the temporary folder.
+RunResult run(const TempUnitRoot& root, const std::string& program, const std::string& args) {
+    const std::string out = root.path() + "/run.out";
+    const std::string rc = root.path() + "/run.rc";
+    const std::string command = quoted(std::string(TOVEL_BUILD_DIR) + "/" + program) + " " + args +
+                                " > " + quoted(out) + " 2>&1; echo $? > " + quoted(rc);
+    EXPECT_EQ(std::system(command.c_str()), 0);
+    RunResult result;
+    std::ifstream(rc) >> result.exitCode;
+    std::stringstream text;
+    text << std::ifstream(out).rdbuf();
+    result.output = text.str();
+    return result;
+}
+
+struct Row {
+    int index = 0;
+    std::string name, vma, size, filePos, flags, load;
+};
+
+// The rows of cofinfo's section table.
+std::vector<Row> sectionRows(const std::string& output) {
+    std::vector<Row> rows;
+    std::istringstream lines(output);
+    bool inTable = false;
+    for (std::string line; std::getline(lines, line);) {
+        if (line == "Sections") inTable = true;
+        if (!inTable || line.empty()) {
+            if (inTable && line.empty()) break;
+            continue;
+        }
+        std::istringstream fields(line);
+        Row row;
+        if (!(fields >> row.index)) continue;
+        fields >> row.name >> row.vma >> row.size >> row.filePos >> row.flags >> row.load;
+        rows.push_back(row);
+    }
+    return rows;
+}
+
+std::string hex8(std::int64_t v) {
+    char text[16];
+    std::snprintf(text, sizeof text, "0x%08llX", static_cast<unsigned long long>(v));
+    return text;
+}
+
+TEST(Cofinfo, ListsTheSectionsOfEveryRealFile) {
+    if (!cofftest::haveSharedCoffFiles())
+        GTEST_SKIP() << "no shared COFF files in " << cofftest::sharedCoffDir();
+    TempUnitRoot root;
+    const minijson::Value expected =
+        minijson::parseFile(cofftest::sharedCoffDir() + "expected.json");
+    for (const auto& [name, file] : expected.object()) {
+        SCOPED_TRACE(name);
+        const RunResult r = run(root, "cofinfo", quoted(cofftest::sharedCoffDir() + name));
+        EXPECT_EQ(r.exitCode, 0) << r.output;
+        const std::vector<Row> rows = sectionRows(r.output);
+        const auto& sections = file["sections"].array();
+        ASSERT_EQ(rows.size(), sections.size()) << r.output;
+        for (std::size_t i = 0; i < rows.size(); ++i) {
+            const minijson::Value& s = sections[i];
+            const std::string recorded =
+                s["name_in_string_table"].boolean() ? "\"\"" : s["name"].string().substr(0, 7);
+            EXPECT_EQ(rows[i].index, s["index"].integer());
+            EXPECT_EQ(rows[i].name, recorded);
+            EXPECT_EQ(rows[i].vma, hex8(s["vaddr"].integer()));
+            EXPECT_EQ(rows[i].size, std::to_string(s["size"].integer()));
+            EXPECT_EQ(rows[i].filePos, hex8(s["scnptr"].integer()));
+            EXPECT_EQ(rows[i].flags, hex8(s["flags"].integer()));
+            EXPECT_EQ(rows[i].load == "sent", s["loaded_by_boot_loader"].boolean());
+        }
+        const minijson::Value& rule = file["rule_A"];
+        std::ostringstream summary;
+        summary << "sends " << rule["loadable_sections"].integer() << " sections, "
+                << rule["loadable_bytes"].integer() << " bytes in " << rule["chunks_820"].integer()
+                << " chunks";
+        EXPECT_NE(r.output.find(summary.str()), std::string::npos) << r.output;
+        EXPECT_NE(r.output.find("Verdict: loadable"), std::string::npos);
+    }
+}
+
+TEST(Cofinfo, CorruptFileGetsTheReadersMessageAndItsCode) {
+    TempUnitRoot root;
+    coffkit::CoffImageSpec spec;
+    spec.sections = {coffkit::dataSection(".text", 0, coff::STYP_TEXT, {1, 2, 3})};
+    spec.sections[0].sizeField = 0x7FFFFFFF;
+    root.writeFile(L"\\bad.cof", [&] {
+        const auto b = coffkit::buildCoffImage(spec);
+        return std::string(b.begin(), b.end());
+    }());
+    const std::string bad = root.hostPath(L"\\bad.cof");
+    RunResult r = run(root, "cofinfo", quoted(bad));
+    EXPECT_EQ(r.exitCode, kCoffSectionUnreadable);
+    EXPECT_NE(r.output.find("CommPolicy_USB: failure to read section .text!"), std::string::npos)
+        << r.output;
+    EXPECT_NE(r.output.find("Verdict: not loadable (reader result 148)"), std::string::npos);
+
+    r = run(root, "cofinfo", quoted(root.path() + "/missing.cof"));
+    EXPECT_EQ(r.exitCode, kCoffOpenFailed);
+    EXPECT_NE(
+        r.output.find("SW Error #550937: Unable to open COF file " + root.path() + "/missing.cof!"),
+        std::string::npos)
+        << r.output;
+}
+
+TEST(Mkcof, WritesAnImageCofinfoReadsBack) {
+    TempUnitRoot root;
+    const std::string image = root.path() + "/made.cof";
+    RunResult r = run(root, "mkcof",
+                      "-o " + quoted(image) +
+                          " --big-endian --version 2.5 --code-bytes 2000"
+                          " --section .cinit:0x100:data=hex:0102 --section .bss:0x2000=bss:64"
+                          " --section .debug_info:0:copy=pattern:7:10");
+    ASSERT_EQ(r.exitCode, 0) << r.output;
+    r = run(root, "cofinfo", quoted(image));
+    EXPECT_EQ(r.exitCode, 0) << r.output;
+    EXPECT_NE(r.output.find("header byte order  big-endian"), std::string::npos) << r.output;
+    EXPECT_NE(r.output.find("DSP program version 2.5"), std::string::npos);
+    // .text 2000 (3 chunks), .cinit 2, .debug_info 10, .ver 4.
+    EXPECT_NE(r.output.find("sends 4 sections, 2016 bytes in 6 chunks"), std::string::npos)
+        << r.output;
+    const std::vector<Row> rows = sectionRows(r.output);
+    ASSERT_EQ(rows.size(), 5u);
+    EXPECT_EQ(rows[2].name, ".bss");
+    EXPECT_EQ(rows[2].load, "-");
+    EXPECT_EQ(rows[3].name, "\"\"");
+}
+
+TEST(Mkcof, RefusesBadArgumentsWithoutWritingAFile) {
+    TempUnitRoot root;
+    const std::string image = root.path() + "/bad.cof";
+    for (const char* args : {" --section .text=1", " --version x.y --code-bytes 4", ""}) {
+        SCOPED_TRACE(args);
+        const RunResult r = run(root, "mkcof", "-o " + quoted(image) + args);
+        EXPECT_NE(r.exitCode, 0);
+        EXPECT_FALSE(r.output.empty());
+        EXPECT_FALSE(std::filesystem::exists(image));
+    }
+}
+
+}  // namespace
