@@ -29,7 +29,9 @@ struct DspProgramVersion {
 };
 
 inline constexpr char kVersionSectionName[] = ".ver";
-inline constexpr std::uint32_t kVersionSectionAddress = 0x0003FFF0;  // top of internal RAM
+// Far from where C6000 images put code, data and the debug sections sent to
+// address 0; the simulated boards read the version from here (sim::kVersionAddress).
+inline constexpr std::uint32_t kVersionSectionAddress = 0x7FFFF000;
 inline constexpr std::uint32_t kVersionSectionBytes = 4;
 inline constexpr std::uint32_t kCodeSectionAddress = 0x80000000;  // external memory (CE0)
 inline constexpr std::uint32_t kBssSectionAddress = 0x00030000;

@@ -49,7 +49,7 @@ int main(int argc, char** argv) {
                  "Write the headers big-endian (target ID reads 0x9900)");
     app.add_flag("--no-opt-header", noOptionalHeader, "Leave out the 28-byte optional header");
     app.add_option("--version", versionText,
-                   "DSP program version MAJOR.MINOR, stored in a \".ver\" section at 0x0003FFF0 "
+                   "DSP program version MAJOR.MINOR, stored in a \".ver\" section at 0x7FFFF000 "
                    "as two little-endian 16-bit words");
     app.add_option("--code-bytes", codeBytes,
                    "Add a \".text\" section of this many pattern bytes at 0x80000000 "
