@@ -1,0 +1,62 @@
+#pragma once
+// The transport interface between a board controller and its DSP: three
+// driver primitives, the two confirmed exchanges, the boot, and the lock that
+// serialises whole exchanges on one board.
+#include <atomic>
+#include <string>
+#include <thread>
+
+#include "boards/dsp_status.h"
+#include "dsplink/link_owner.h"
+#include "platform/sync.h"
+#include "platform/win_types.h"
+
+class CommPolicy {
+  public:
+    explicit CommPolicy(LinkOwner* owner) : owner(owner) {}
+    // Waits for an exchange still in progress before the lock goes away.
+    virtual ~CommPolicy();
+    CommPolicy(const CommPolicy&) = delete;
+    CommPolicy& operator=(const CommPolicy&) = delete;
+
+    // Loads and starts the DSP program.
+    virtual dspStatus boot() = 0;
+
+    // Hooks for transports that need them; the callers (board controller and
+    // registry) rely only on these base answers.
+    virtual bool linkReady() { return true; }
+    virtual void resetLink() {}
+    virtual int pendingReplies() { return 0; }
+    virtual std::wstring linkDescription() { return {}; }
+    virtual int linkErrorCount() { return 0; }
+    virtual void setLinkMode(DWORD mode) { (void)mode; }
+
+    virtual dspStatus primitiveGetStatus(BYTE* buffer, DWORD* size) = 0;
+    virtual dspStatus primitiveGetData(BYTE* buffer, int* size) = 0;
+    virtual dspStatus primitiveSendData(const BYTE* message, int size) = 0;
+    virtual dspStatus atomicSend(BYTE opcode, const BYTE* data, int length) = 0;
+    virtual dspStatus atomicGet(BYTE opcode, const BYTE* data, int length, BYTE replyOpcode,
+                                BYTE* reply, int* replyLength) = 0;
+    virtual bool isOpen() = 0;
+
+    virtual void suspendLink() {}
+    virtual void resumeLink() {}
+    virtual bool linkHealthy() { return true; }
+
+    // The link lock (recursive). Usable with std::lock_guard.
+    void lock();
+    void unlock();
+
+    void setOwner(LinkOwner* newOwner) { owner = newOwner; }
+    LinkOwner* getOwner() const { return owner; }
+
+  protected:
+    LinkOwner* owner;
+    host::CriticalSection mutex;
+
+  private:
+    // Who holds `mutex` and how often, so that a release by a thread that
+    // does not hold it is reported instead of corrupting the lock.
+    std::atomic<std::thread::id> holder_{};
+    int depth_ = 0;
+};

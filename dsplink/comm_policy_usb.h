@@ -1,0 +1,117 @@
+#pragma once
+// The DSP link over the USB/DSP stream driver "DSP1:": driver primitives with
+// retries and recovery, the status/sequence handshake that confirms every
+// command, and the boot loader that downloads a DSP program image.
+#include <atomic>
+#include <cstdint>
+#include <string>
+#include <vector>
+
+#include "dsplink/coff_section.h"
+#include "dsplink/comm_policy.h"
+
+namespace dsplink {
+
+// Frame limits: a 4-byte header (device, opcode, length high, length low)
+// and a payload; the driver takes at most kMaxFrame bytes.
+inline constexpr int kFrameHeader = 4;
+inline constexpr int kMaxFrame = 8184;
+inline constexpr int kMaxPayload = kMaxFrame - kFrameHeader;
+inline constexpr int kFrameBufferSize = kMaxFrame + kFrameHeader;  // 8188
+inline constexpr int kCtrlCopyBufferSize = 8189;                   // positions 1..64 used
+inline constexpr int kCtrlCopyBytes = 64;
+inline constexpr int kStatusBlockSize = 64;
+
+// Device ids of the frame header.
+inline constexpr BYTE kDeviceDsp = 1;
+inline constexpr BYTE kDeviceBootStart = 4;
+inline constexpr BYTE kDeviceBootChunk = 5;
+inline constexpr BYTE kDeviceBootEnd = 6;
+
+// Status block offsets.
+inline constexpr int kStatusOffset = 2;
+inline constexpr int kSequenceOffset = 63;
+
+// Driver control codes: CTL_CODE(FILE_DEVICE_UNKNOWN, fn, METHOD_BUFFERED, FILE_ANY_ACCESS).
+inline constexpr DWORD IOCTL_DSP_GET_STATUS = 0x00220424;  // fn 0x109
+inline constexpr DWORD IOCTL_DSP_SEND_DATA = 0x0022042C;   // fn 0x10B
+inline constexpr DWORD IOCTL_DSP_GET_DATA = 0x00220430;    // fn 0x10C
+
+// Boot image chunks carry at most this many data bytes.
+inline constexpr std::uint32_t kBootChunkData = 820;
+
+}  // namespace dsplink
+
+class CommPolicy_USB : public CommPolicy {
+  public:
+    // Takes ownership of `handle` (which may be NULL or INVALID_HANDLE_VALUE;
+    // every primitive then answers dspNoUsbComm).
+    CommPolicy_USB(LinkOwner* owner, HANDLE handle);
+    ~CommPolicy_USB() override;
+
+    dspStatus boot() override;
+    void setLinkMode(DWORD mode) override { linkMode = mode; }
+
+    dspStatus primitiveGetStatus(BYTE* buffer, DWORD* size) override;
+    dspStatus primitiveGetData(BYTE* buffer, int* size) override;
+    dspStatus primitiveSendData(const BYTE* message, int size) override;
+    dspStatus atomicSend(BYTE opcode, const BYTE* data, int length) override;
+    dspStatus atomicGet(BYTE opcode, const BYTE* data, int length, BYTE replyOpcode, BYTE* reply,
+                        int* replyLength) override;
+    bool isOpen() override;
+
+    // Recovery after a primitive failed for good: closes the handle and,
+    // unless the owner is retiring the board, reports the board as removed.
+    // Always answers dspUsbCommFailed.
+    dspStatus ioFailure();
+
+    // Handshake steps; the caller holds the link lock.
+    dspStatus privateSendData(BYTE opcode, const BYTE* data, int length);
+    dspStatus waitForStatusOrTimeout(BYTE expected);
+    dspStatus privateGetData(BYTE replyOpcode, BYTE* reply, int* replyLength);
+    void initSeqNum();
+    void dumpCtrlIn();
+    void dumpCtrlOut();
+
+    // Boot loader steps.
+    dspStatus readCoffFile(const std::wstring& path);
+    dspStatus downloadCof();
+    struct ChunkResult {
+        dspStatus status = dspOk;
+        std::uint32_t nextAddress = 0;  // meaningful only when status is dspOk
+    };
+    ChunkResult writeSection(int index, std::uint32_t address);
+    ChunkResult writeBSTchunk(std::uint32_t address, std::uint32_t numOctets, const BYTE* data);
+    dspStatus sendCofStart();
+    dspStatus sendCofData(const BYTE* chunk, int length);
+    dspStatus sendCofEnd();
+
+    // Observers for diagnostics and tests.
+    BYTE sequenceNumber() const { return dspSN; }
+    bool sequenceInitNeeded() const { return needSeqInit; }
+    HANDLE deviceHandle() const { return handle.load(); }
+    DWORD lastErrorCode() const { return lastError; }
+    const CoffSectionTable& coffSections() const { return sections; }
+    int coffSectionCount() const { return sectionCount; }
+
+  private:
+    enum class Primitive { GetStatus, SendData, GetData };
+    dspStatus retryIoControl(Primitive which, BYTE* buffer, DWORD size);
+    dspStatus sendBootFrame(BYTE device, const BYTE* payload, int length);
+    void logToOwner(const std::wstring& msg);
+    void dumpCopy(const wchar_t* title, const std::vector<BYTE>& copy);
+
+    BYTE dspSN = 1;
+    bool needSeqInit = true;
+    // Sessions call the primitives without the link lock, so the handle is
+    // read and given up atomically.
+    std::atomic<HANDLE> handle;
+    std::vector<BYTE> ctrlIn;
+    std::vector<BYTE> ctrlOut;
+    std::vector<BYTE> txBuf;
+    std::vector<BYTE> rxBuf;
+    DWORD lastError = 0;
+    CoffSectionTable sections{};
+    int sectionCount = 0;
+    DWORD linkMode = 2;  // kept for the transport-mode hook; nothing reads it
+};
