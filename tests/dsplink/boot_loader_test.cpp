@@ -1,9 +1,5 @@
 // The boot loader: boot frames, chunking and skip rules, the start-up watch,
 // and how each failure ends the boot.
-#include <cstring>
-#include <filesystem>
-#include <fstream>
-#include <iterator>
 #include <string>
 
 #include "boards/error_log.h"
@@ -165,32 +161,6 @@ TEST_F(BootLoaderTest, SectionsThatAreNotLoadedAreSkipped) {
     EXPECT_EQ(sent[0].data, bytes(5, 6));
 }
 
-TEST_F(BootLoaderTest, DspLeavingResetAfterOneAndAHalfSecondsBootsFine) {
-    installImage(coffImage({{".text", 0x10, 0x20, bytes(100, 1)}}));
-    const DWORD start = host::GetTickCount();
-    dsp->setStatusSource([start] {
-        return StatusBlock{
-            host::GetTickCount() - start < 1700 ? BYTE{dspInReset} : BYTE{dspRunning}, 1};
-    });
-    EXPECT_EQ(link->boot(), dspOk);
-    EXPECT_EQ(host::GetTickCount() - start, 1700u);
-    // Three first reads, thirty during the watch, one for liveness.
-    EXPECT_EQ(owner.statusQueries.load(), 34);
-    EXPECT_EQ(owner.count(L"DSP doesn't appear to be running!"), 0);
-}
-
-TEST_F(BootLoaderTest, DspStuckIdleIsNotRunning) {
-    installImage(coffImage({{".text", 0x10, 0x20, bytes(100, 1)}}));
-    dsp->pushStatus(dspIdled, 1);
-    const DWORD start = host::GetTickCount();
-    EXPECT_EQ(link->boot(), dspBootNotRunning);
-    EXPECT_EQ(host::GetTickCount() - start, 200u + 2000u);
-    EXPECT_EQ(owner.statusQueries.load(), 3 + 40 + 1);
-    EXPECT_EQ(owner.lines().back(), L"DSP doesn't appear to be running!");
-    EXPECT_EQ(link->sequenceNumber(), 1);
-    EXPECT_FALSE(link->sequenceInitNeeded());
-}
-
 TEST_F(BootLoaderTest, MissingImageSendsNothing) {
     EXPECT_EQ(static_cast<int>(link->boot()), 141);
     EXPECT_TRUE(dsp->calls().empty());
@@ -247,41 +217,6 @@ TEST_F(BootLoaderTest, OversizedChunkIsRefused) {
     const auto ok = link->writeBSTchunk(0x100, 820, data.data());
     EXPECT_EQ(ok.status, dspOk);
     EXPECT_EQ(ok.nextAddress, 0x100u + 820u);
-}
-
-TEST_F(BootLoaderTest, RealImageArrivesByteForByte) {
-    const std::string source = TOVEL_SHARED_DIR "/coff/c67x_c6713dsk_chassaing_fir.out";
-    std::ifstream in(source, std::ios::binary);
-    if (!in) GTEST_SKIP() << "sample image not available: " << source;
-    const std::string image((std::istreambuf_iterator<char>(in)), std::istreambuf_iterator<char>());
-    installImage(image);
-
-    ASSERT_EQ(link->boot(), dspOk);
-
-    const auto sent = chunks();
-    std::size_t next = 0;
-    int loaded = 0;
-    for (int i = 0; i < link->coffSectionCount(); ++i) {
-        const CoffSection& s = link->coffSections()[i];
-        if (std::strcmp(s.name, ".info") == 0 || s.filePos == 0 || s.size == 0 || (s.flags & 3))
-            continue;
-        ++loaded;
-        std::uint32_t address = s.address;
-        std::uint32_t offset = 0;
-        while (offset < s.size) {
-            ASSERT_LT(next, sent.size());
-            const auto& chunk = sent[next++];
-            ASSERT_EQ(chunk.address, address) << s.name;
-            ASSERT_LE(chunk.data.size(), 820u);
-            ASSERT_EQ(0, std::memcmp(chunk.data.data(), image.data() + s.filePos + offset,
-                                     chunk.data.size()))
-                << s.name;
-            address += static_cast<std::uint32_t>(chunk.data.size());
-            offset += static_cast<std::uint32_t>(chunk.data.size());
-        }
-    }
-    EXPECT_GT(loaded, 0);
-    EXPECT_EQ(next, sent.size());
 }
 
 }  // namespace

@@ -1,6 +1,6 @@
 // The status/sequence handshake: framing, the sequence rules, the waiting
 // rules for each state the DSP may show, reply checks and the diagnostics.
-#include <thread>
+#include <vector>
 
 #include "platform/text.h"
 #include "tests/dsplink/link_fixture.h"
@@ -146,22 +146,6 @@ TEST_F(HandshakeTest, SecondUnexpectedStatusIsAMixupWithBothDumps) {
               (std::vector<DWORD>{S, S, W, S}));
     EXPECT_EQ(owner.lines().back(),
               L"CommPolicy_USB::initSeqNum() initNoBoot forces dspSN to 24\n");
-}
-
-TEST_F(HandshakeTest, InvalidStateEndsTheWaitWithThatState) {
-    for (BYTE state : {BYTE{dspIdled}, BYTE{dspResultOverrun}, BYTE{0}, BYTE{12}}) {
-        SCOPED_TRACE(state);
-        auto link = linkInStepAt(40);
-        dsp->pushStatus(dspRunning, 40);
-        dsp->pushStatus(state, 40);  // under an older number: still invalid
-        dsp->pushStatus(dspCommandDone, 42);
-        EXPECT_EQ(link->atomicSend(1, nullptr, 0), static_cast<dspStatus>(state));
-        EXPECT_EQ(owner.lines().back(),
-                  host::wformat(L"CommPolicy_USB::waitForStatusOrTimeout() --  found invalid "
-                                L"dspStatus=%d!",
-                                static_cast<int>(state)));
-        EXPECT_TRUE(link->sequenceInitNeeded());
-    }
 }
 
 TEST_F(HandshakeTest, BadCommandUnderTheAwaitedNumberEndsAtOnce) {
@@ -343,38 +327,6 @@ TEST_F(HandshakeTest, FailedStatusReadInAWaitPassesThroughAndLosesStep) {
     EXPECT_EQ(link->waitForStatusOrTimeout(dspCommandDone), dspUsbCommFailed);
     EXPECT_TRUE(link->sequenceInitNeeded());
     EXPECT_EQ(link->sequenceNumber(), 12);
-}
-
-TEST_F(HandshakeTest, ConcurrentExchangesNeverInterleave) {
-    auto link = linkInStepAt(0);
-    dsp->setModel([](BYTE) { return BYTE{dspResultReady}; });
-    constexpr int kRounds = 300;
-    std::atomic<int> wrongReplies{0};
-    auto hammer = [&](BYTE tag) {
-        for (int i = 0; i < kRounds; ++i) {
-            const BYTE request[] = {tag, static_cast<BYTE>(i), static_cast<BYTE>(i >> 8), tag};
-            BYTE reply[4] = {};
-            int replyLength = 4;
-            const dspStatus r =
-                link->atomicGet(tag, request, 4, static_cast<BYTE>(tag + 1), reply, &replyLength);
-            if (r != dspOk || !std::equal(request, request + 4, reply)) ++wrongReplies;
-        }
-    };
-    std::thread a(hammer, BYTE{0x10});
-    std::thread b(hammer, BYTE{0x40});
-    a.join();
-    b.join();
-    EXPECT_EQ(wrongReplies.load(), 0);
-
-    // Every exchange is one send, one status read and one reply read in a row.
-    const auto calls = dsp->calls();
-    ASSERT_EQ(calls.size(), 2u + 3u * 2 * kRounds);
-    for (std::size_t i = 2; i < calls.size(); i += 3) {
-        ASSERT_EQ(calls[i].code, W) << i;
-        ASSERT_EQ(calls[i + 1].code, S) << i;
-        ASSERT_EQ(calls[i + 2].code, R) << i;
-    }
-    EXPECT_EQ(link->sequenceNumber(), static_cast<BYTE>(2 * 2 * kRounds));
 }
 
 }  // namespace
