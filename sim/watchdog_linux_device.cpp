@@ -1,0 +1,85 @@
+#include "sim/watchdog_linux_device.h"
+
+#include <fcntl.h>
+#include <linux/watchdog.h>
+#include <sys/ioctl.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <cstring>
+#include <mutex>
+
+#include "platform/debug_out.h"
+#include "platform/text.h"
+
+namespace sim {
+namespace {
+
+struct Choice {
+    std::mutex mutex;
+    std::string path;
+};
+Choice& choice() {
+    static Choice c;
+    return c;
+}
+
+void report(const std::string& path, const char* what) {
+    const int error = errno;
+    host::NKDbgPrintfW(L"SIM: watchdog device %S: %S failed (%S)\n", path.c_str(), what,
+                       std::strerror(error));
+}
+
+}  // namespace
+
+bool useLinuxWatchdogDevice(const std::string& path) {
+    if (!path.empty() && ::access(path.c_str(), W_OK) != 0) {
+        report(path, "access");
+        return false;
+    }
+    std::lock_guard<std::mutex> lock(choice().mutex);
+    choice().path = path;
+    return true;
+}
+
+std::string linuxWatchdogDevicePath() {
+    std::lock_guard<std::mutex> lock(choice().mutex);
+    return choice().path;
+}
+
+std::unique_ptr<LinuxWatchdogDevice> LinuxWatchdogDevice::openChosen() {
+    std::string path = linuxWatchdogDevicePath();
+    if (path.empty()) return nullptr;
+    int fd = ::open(path.c_str(), O_WRONLY | O_CLOEXEC);
+    if (fd < 0) {
+        report(path, "open");
+        return nullptr;
+    }
+    host::NKDbgPrintfW(L"SIM: watchdog device %S started\n", path.c_str());
+    return std::unique_ptr<LinuxWatchdogDevice>(new LinuxWatchdogDevice(std::move(path), fd));
+}
+
+LinuxWatchdogDevice::~LinuxWatchdogDevice() {
+    ::close(fd_);
+}
+
+bool LinuxWatchdogDevice::setTimeout(DWORD milliseconds) {
+    int seconds = static_cast<int>((std::max<DWORD>(milliseconds, 1) + 999) / 1000);
+    if (::ioctl(fd_, WDIOC_SETTIMEOUT, &seconds) != 0) {
+        report(path_, "WDIOC_SETTIMEOUT");
+        return false;
+    }
+    return true;
+}
+
+bool LinuxWatchdogDevice::keepAlive() {
+    int unused = 0;
+    if (::ioctl(fd_, WDIOC_KEEPALIVE, &unused) != 0) {
+        report(path_, "WDIOC_KEEPALIVE");
+        return false;
+    }
+    return true;
+}
+
+}  // namespace sim

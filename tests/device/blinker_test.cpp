@@ -1,0 +1,273 @@
+#include <gtest/gtest.h>
+
+#include <chrono>
+#include <condition_variable>
+#include <memory>
+#include <mutex>
+#include <thread>
+#include <vector>
+
+#include "device/dual_led_blinker.h"
+#include "device/led_blinker.h"
+#include "platform/clock.h"
+
+namespace {
+
+// Virtual time that moves only when the test says so, and that records every
+// timed wait begun on it: the test sees how long each blinker pause is and
+// then moves the time exactly to its end, so every line write happens at a
+// known virtual time.
+class SteppingClock final : public host::Clock {
+  public:
+    DWORD tickCount() override { return now_.load(); }
+    void sleep(DWORD ms) override {
+        std::mutex m;
+        std::condition_variable cv;
+        std::unique_lock<std::mutex> lock(m);
+        waitFor(cv, lock, ms, [] { return false; });
+    }
+    std::chrono::system_clock::time_point wallTime() override {
+        return std::chrono::system_clock::time_point{} + std::chrono::milliseconds(now_.load());
+    }
+    bool waitFor(std::condition_variable& cv, std::unique_lock<std::mutex>& lock, DWORD timeoutMs,
+                 const std::function<bool()>& ready) override {
+        if (timeoutMs == INFINITE) {
+            cv.wait(lock, ready);
+            return true;
+        }
+        const DWORD deadline = now_.load() + timeoutMs;
+        {
+            std::lock_guard<std::mutex> guard(mutex_);
+            waits_.push_back(timeoutMs);
+        }
+        bool ok = ready();
+        while (!ok && static_cast<int>(deadline - now_.load()) > 0) {
+            cv.wait_for(lock, std::chrono::microseconds(200));
+            ok = ready();
+        }
+        return ok;
+    }
+
+    // Waits (real time) until the n-th timed wait (from 1) has begun and
+    // answers its length; 0 if it never begins.
+    DWORD wait(std::size_t n) {
+        for (int i = 0; i < 5000; ++i) {
+            {
+                std::lock_guard<std::mutex> guard(mutex_);
+                if (waits_.size() >= n) return waits_[n - 1];
+            }
+            std::this_thread::sleep_for(std::chrono::milliseconds(1));
+        }
+        return 0;
+    }
+    std::size_t waitsBegun() {
+        std::lock_guard<std::mutex> guard(mutex_);
+        return waits_.size();
+    }
+    void advance(DWORD ms) { now_ += ms; }
+
+  private:
+    std::atomic<DWORD> now_{1000};
+    std::mutex mutex_;
+    std::vector<DWORD> waits_;
+};
+
+struct Write {
+    char line;
+    DWORD tick;
+    bool on;
+    bool operator==(const Write&) const = default;
+};
+
+std::ostream& operator<<(std::ostream& out, const Write& w) {
+    return out << w.line << '@' << w.tick << (w.on ? " on" : " off");
+}
+
+// Lines that record every write with its virtual time in one shared journal.
+struct Journal {
+    std::mutex mutex;
+    std::vector<Write> writes;
+    std::vector<Write> take() {
+        std::lock_guard<std::mutex> lock(mutex);
+        return std::exchange(writes, {});
+    }
+};
+
+class RecordingLine final : public LedLine {
+  public:
+    RecordingLine(char name, Journal& journal) : name_(name), journal_(journal) {}
+    void setOn() override { record(true); }
+    void setOff() override { record(false); }
+    bool isOn() const override { return on_.load(); }
+
+  private:
+    void record(bool on) {
+        on_ = on;
+        std::lock_guard<std::mutex> lock(journal_.mutex);
+        journal_.writes.push_back({name_, host::GetTickCount(), on});
+    }
+    const char name_;
+    Journal& journal_;
+    std::atomic<bool> on_{false};
+};
+
+class Blinkers : public ::testing::Test {
+  protected:
+    // Lets the blinker's thread run `passes` pauses to their end, one after
+    // the other; answers the lengths of those pauses.
+    std::vector<DWORD> run(int passes) {
+        std::vector<DWORD> pauses;
+        for (int i = 0; i < passes; ++i) {
+            DWORD ms = time_->wait(++waited_);
+            EXPECT_NE(ms, 0u) << "the blinker never paused";
+            if (ms == 0) break;
+            pauses.push_back(ms);
+            time_->advance(ms);
+        }
+        time_->wait(waited_ + 1);  // the next pass has written its lines
+        return pauses;
+    }
+
+    std::shared_ptr<SteppingClock> time_ = std::make_shared<SteppingClock>();
+    host::ScopedClock scoped_{time_};
+    std::size_t waited_ = 0;
+    Journal journal_;
+    RecordingLine a_{'A', journal_};
+    RecordingLine b_{'B', journal_};
+};
+
+using Writes = std::vector<Write>;
+using Pauses = std::vector<DWORD>;
+
+TEST_F(Blinkers, LedBlinkerStartsDarkAndBlinks250OnAnd500Off) {
+    LedBlinker green(&a_, 500, 250);
+    EXPECT_EQ(run(0), Pauses{});  // mode 0: the line was switched off, nothing more
+    EXPECT_EQ(journal_.take(), (Writes{{'A', 1000, false}}));
+    EXPECT_EQ(time_->wait(1), 50u);
+
+    green.setMode(LedBlinker::ModeBlink);
+    EXPECT_EQ(run(5), (Pauses{50, 250, 500, 250, 500}));
+    EXPECT_EQ(journal_.take(), (Writes{{'A', 1050, true},
+                                       {'A', 1300, false},
+                                       {'A', 1800, true},
+                                       {'A', 2050, false},
+                                       {'A', 2550, true}}));
+}
+
+TEST_F(Blinkers, LedBlinkerSteadyModesWriteOnlyOnAChange) {
+    LedBlinker green(&a_, 500, 250);
+    green.setMode(LedBlinker::ModeOn);
+    EXPECT_EQ(run(4), (Pauses{50, 50, 50, 50}));
+    EXPECT_EQ(journal_.take(), (Writes{{'A', 1000, false}, {'A', 1050, true}}));
+    green.setMode(LedBlinker::ModeOff);
+    run(3);
+    EXPECT_EQ(journal_.take(), (Writes{{'A', 1250, false}}));
+}
+
+TEST_F(Blinkers, LedBlinkerIgnoresUnknownModes) {
+    LedBlinker green(&a_, 500, 250);
+    green.setMode(LedBlinker::ModeBlink);
+    for (int bad : {3, -1, 10}) green.setMode(bad);
+    EXPECT_EQ(green.mode(), LedBlinker::ModeBlink);
+    EXPECT_EQ(run(3), (Pauses{50, 250, 500}));
+}
+
+TEST_F(Blinkers, DualBlinkerMode6KeepsADarkAndBlinksBThenTakesNewTimes) {
+    DualLedBlinker front(&a_, &b_, 200, 200);
+    front.setMode(6);
+    EXPECT_EQ(run(3), (Pauses{50, 200, 200}));
+    EXPECT_EQ(journal_.take(), (Writes{{'A', 1000, false},
+                                       {'B', 1000, false},
+                                       {'B', 1050, true},
+                                       {'B', 1250, false},
+                                       {'B', 1450, true}}));
+    front.setTimes(500, 500);
+    // The pause under way ends as it began; the next ones are the new times.
+    EXPECT_EQ(run(3), (Pauses{200, 500, 500}));
+    EXPECT_EQ(journal_.take(), (Writes{{'B', 1650, false}, {'B', 2150, true}, {'B', 2650, false}}));
+}
+
+TEST_F(Blinkers, DualBlinkerMode8FromBothOffLightsAFirstWithTheOnTime) {
+    DualLedBlinker front(&a_, &b_, 300, 100);
+    journal_.take();
+    front.setMode(8);
+    EXPECT_EQ(run(3), (Pauses{50, 100, 300}));
+    EXPECT_EQ(journal_.take(), (Writes{{'A', 1050, true},
+                                       {'B', 1050, false},
+                                       {'A', 1150, false},
+                                       {'B', 1150, true},
+                                       {'A', 1450, true},
+                                       {'B', 1450, false}}));
+}
+
+TEST_F(Blinkers, DualBlinkerMode9BlinksBothInStep) {
+    DualLedBlinker front(&a_, &b_, 300, 100);
+    journal_.take();
+    front.setMode(9);
+    EXPECT_EQ(run(2), (Pauses{50, 100}));
+    EXPECT_EQ(
+        journal_.take(),
+        (Writes{{'A', 1050, true}, {'B', 1050, true}, {'A', 1150, false}, {'B', 1150, false}}));
+}
+
+TEST_F(Blinkers, DualBlinkerBlinkModesSetTheSteadyLineFirst) {
+    DualLedBlinker front(&a_, &b_, 300, 100);
+    journal_.take();
+    front.setMode(5);  // A blinks, B on
+    EXPECT_EQ(run(3), (Pauses{50, 100, 300}));
+    EXPECT_EQ(
+        journal_.take(),
+        (Writes{{'B', 1050, true}, {'A', 1050, true}, {'A', 1150, false}, {'A', 1450, true}}));
+    front.setMode(7);  // A on, B blinks
+    run(1);
+    EXPECT_EQ(journal_.take(), (Writes{{'B', 1550, false}}));  // A was on already
+}
+
+TEST_F(Blinkers, DualBlinkerSteadyModesLightTheirLines) {
+    DualLedBlinker front(&a_, &b_, 300, 100);
+    journal_.take();
+    const std::vector<std::pair<int, Writes>> steps{
+        {3, {{'A', 1050, true}, {'B', 1050, true}}},
+        {1, {{'B', 1100, false}}},
+        {2, {{'A', 1150, false}, {'B', 1150, true}}},
+        {0, {{'B', 1200, false}}},
+    };
+    for (const auto& [mode, writes] : steps) {
+        front.setMode(mode);
+        EXPECT_EQ(run(1), Pauses{50});
+        EXPECT_EQ(journal_.take(), writes) << "mode " << mode;
+    }
+}
+
+TEST_F(Blinkers, DualBlinkerIgnoresUnknownModes) {
+    DualLedBlinker front(&a_, &b_, 300, 100);
+    front.setMode(4);
+    front.setMode(10);
+    front.setMode(-1);
+    EXPECT_EQ(front.mode(), 4);
+}
+
+TEST_F(Blinkers, DestroyingABlinkerEndsItsThreadAtOnce) {
+    auto front = std::make_unique<DualLedBlinker>(&a_, &b_, 60000, 60000);
+    front->setMode(9);
+    run(1);         // now in a one-minute pause
+    front.reset();  // must not wait for virtual time
+    journal_.take();
+    const auto begun = time_->waitsBegun();
+    time_->advance(120000);
+    std::this_thread::sleep_for(std::chrono::milliseconds(5));
+    EXPECT_TRUE(journal_.take().empty());
+    EXPECT_EQ(time_->waitsBegun(), begun);
+}
+
+TEST_F(Blinkers, BlinkersWithoutLinesDoNothing) {
+    LedBlinker green(nullptr, 500, 250);
+    DualLedBlinker front(&a_, nullptr, 500, 500);
+    green.setMode(2);
+    front.setMode(9);
+    std::this_thread::sleep_for(std::chrono::milliseconds(5));
+    EXPECT_EQ(time_->waitsBegun(), 0u);
+    EXPECT_TRUE(journal_.take().empty());
+}
+
+}  // namespace

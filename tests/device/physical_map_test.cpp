@@ -1,0 +1,113 @@
+#include <gtest/gtest.h>
+
+#include <atomic>
+#include <cstdint>
+
+#include "device/physical_map.h"
+#include "platform/physmem.h"
+#include "tests/support/test_support.h"
+
+namespace {
+
+constexpr DWORD kBase = 0x50000000;
+
+struct Region {
+    Region(DWORD base, DWORD size) : base(base), words(host::registerPhysicalRegion(base, size)) {}
+    ~Region() { host::unregisterPhysicalRegion(base); }
+    DWORD base;
+    std::span<std::uint32_t> words;
+};
+
+std::uint32_t load(volatile void* p, std::size_t wordIndex = 0) {
+    return std::atomic_ref<std::uint32_t>(
+               const_cast<std::uint32_t*>(static_cast<volatile std::uint32_t*>(p))[wordIndex])
+        .load();
+}
+
+TEST(MapPhysicalAddr, WholePageBlockIsOnePageAtTheReservationItself) {
+    Region region(0x40A00000, 0x1000);
+    ASSERT_FALSE(region.words.empty());
+    void* p = MapPhysicalAddr(0x40A00000, 0x1000);
+    ASSERT_NE(p, nullptr);
+    EXPECT_EQ(host::reservationSize(p), 4096u);
+    // The mapping and the backend see the same registers.
+    region.words[4] = 0x12345678;
+    EXPECT_EQ(load(p, 4), 0x12345678u);
+    static_cast<volatile std::uint32_t*>(p)[3] = 0xCAFE;
+    EXPECT_EQ(region.words[3], 0xCAFEu);
+    UnmapPhysicalAddr(p);
+    EXPECT_EQ(host::reservationCount(), 0u);
+}
+
+TEST(MapPhysicalAddr, AddressInsideAPageKeepsItsOffset) {
+    Region region(kBase, 0x2000);
+    auto* p = static_cast<BYTE*>(MapPhysicalAddr(kBase + 0x10, 0x20));
+    ASSERT_NE(p, nullptr);
+    EXPECT_EQ(host::reservationSize(p - 0x10), 4096u);
+    region.words[0x10 / 4] = 7;
+    EXPECT_EQ(load(p), 7u);
+    UnmapPhysicalAddr(p);
+    EXPECT_EQ(host::reservationCount(), 0u);
+}
+
+TEST(MapPhysicalAddr, BlockCrossingAPageBoundaryGetsBothPages) {
+    Region region(kBase, 0x2000);
+    auto* p = static_cast<BYTE*>(MapPhysicalAddr(kBase + 0xFF0, 0x20));
+    ASSERT_NE(p, nullptr);
+    EXPECT_EQ(host::reservationSize(p - 0xFF0), 8192u);
+    region.words[0x1000 / 4] = 9;
+    EXPECT_EQ(load(p, 4), 9u);
+    UnmapPhysicalAddr(p);
+}
+
+TEST(MapPhysicalAddr, UnbackedAddressFailsInVirtualCopyAndReleasesTheReservation) {
+    testing_support::DebugCapture debug;
+    Region region(kBase, 0x1000);
+    EXPECT_EQ(MapPhysicalAddr(0x60000000, 0x1000), nullptr);
+    // Part of the block lies beyond the region.
+    EXPECT_EQ(MapPhysicalAddr(kBase + 0xFF0, 0x20), nullptr);
+    EXPECT_EQ(debug.texts(), (std::vector<std::wstring>(
+                                 2, L"\tMapPhysicalAddr : return false from VirtualCopy(). \r\n")));
+    EXPECT_EQ(host::reservationCount(), 0u);
+}
+
+TEST(MapPhysicalAddr, EmptyOrHugeBlockFailsToReserve) {
+    testing_support::DebugCapture debug;
+    Region region(kBase, 0x1000);
+    EXPECT_EQ(MapPhysicalAddr(kBase, 0), nullptr);
+    EXPECT_EQ(MapPhysicalAddr(kBase + 0x10, 0xFFFFFFF8u), nullptr);
+    EXPECT_EQ(debug.texts(),
+              (std::vector<std::wstring>(2, L"\tMapPhysicalAddr : Error Return. \r\n")));
+    EXPECT_EQ(host::reservationCount(), 0u);
+}
+
+TEST(PhysicalRegions, MustBePageAlignedAndMustNotOverlap) {
+    EXPECT_TRUE(host::registerPhysicalRegion(kBase + 0x10, 0x1000).empty());
+    EXPECT_TRUE(host::registerPhysicalRegion(kBase, 0x800).empty());
+    EXPECT_TRUE(host::registerPhysicalRegion(0xFFFFF000, 0x2000).empty());
+    Region region(kBase, 0x2000);
+    ASSERT_EQ(region.words.size(), 0x2000u / 4);
+    EXPECT_TRUE(host::registerPhysicalRegion(kBase + 0x1000, 0x1000).empty());
+    Region next(kBase + 0x2000, 0x1000);
+    EXPECT_FALSE(next.words.empty());
+}
+
+TEST(PhysicalRegions, VirtualCopyWantsAReservationAndThePhysicalForm) {
+    Region region(kBase, 0x1000);
+    void* r = host::VirtualAlloc(nullptr, 100, host::MEM_RESERVE, host::PAGE_NOACCESS);
+    ASSERT_NE(r, nullptr);
+    EXPECT_EQ(host::reservationSize(r), 4096u);
+    auto* physical = reinterpret_cast<void*>(std::uintptr_t{kBase >> 8});
+    EXPECT_FALSE(host::VirtualCopy(r, physical, 0x1000, host::PAGE_READWRITE));
+    int notReserved = 0;
+    EXPECT_FALSE(host::VirtualCopy(&notReserved, physical, 0x1000,
+                                   host::PAGE_READWRITE | host::PAGE_PHYSICAL));
+    EXPECT_FALSE(
+        host::VirtualCopy(r, physical, 0x2000, host::PAGE_READWRITE | host::PAGE_PHYSICAL));
+    EXPECT_TRUE(host::VirtualCopy(r, physical, 0x1000, host::PAGE_READWRITE | host::PAGE_PHYSICAL));
+    EXPECT_FALSE(host::VirtualFree(r, 4096, host::MEM_RELEASE));
+    EXPECT_TRUE(host::VirtualFree(r, 0, host::MEM_RELEASE));
+    EXPECT_FALSE(host::VirtualFree(r, 0, host::MEM_RELEASE));
+}
+
+}  // namespace

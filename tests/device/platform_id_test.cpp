@@ -1,0 +1,86 @@
+#include <gtest/gtest.h>
+
+#include <string>
+
+#include "device/platform_id.h"
+#include "platform/registry.h"
+#include "tests/support/test_support.h"
+
+namespace {
+
+class PlatformId : public ::testing::Test {
+  protected:
+    void SetUp() override { resetPlatformForTests(); }
+    void TearDown() override { resetPlatformForTests(); }
+
+    void writeRegistry(const std::string& platformSection) {
+        root.writeFile(L"\\registry.reg", "REGEDIT4\r\n\r\n" + platformSection);
+        host::reloadRegistry();
+    }
+    void nameIs(const std::string& name) {
+        writeRegistry("[HKEY_LOCAL_MACHINE\\Platform]\r\n\"Name\"=\"" + name + "\"\r\n");
+    }
+
+    testing_support::TempUnitRoot root;
+};
+
+TEST_F(PlatformId, KestrixPlatformIsKtx) {
+    nameIs("Kestrix Platform");
+    EXPECT_EQ(getPlatform(), PlatformKtx);
+}
+
+TEST_F(PlatformId, AnyOtherNameIsVbqIncludingNearMisses) {
+    for (const char* name : {"VBQ Board", "kestrix platform", "Kestrix Platform ", "Kestrix", ""}) {
+        resetPlatformForTests();
+        nameIs(name);
+        EXPECT_EQ(getPlatform(), PlatformVbq) << '"' << name << '"';
+    }
+}
+
+TEST_F(PlatformId, MissingKeyOrValueIsUnreadable) {
+    writeRegistry("[HKEY_LOCAL_MACHINE\\Other]\r\n\"Name\"=\"Kestrix Platform\"\r\n");
+    EXPECT_EQ(getPlatform(), PlatformUnreadable);
+
+    resetPlatformForTests();
+    writeRegistry("[HKEY_LOCAL_MACHINE\\Platform]\r\n\"Model\"=\"Kestrix Platform\"\r\n");
+    EXPECT_EQ(getPlatform(), PlatformUnreadable);
+}
+
+TEST_F(PlatformId, NameTooLongForTheBufferIsUnreadable) {
+    nameIs(std::string(600, 'K'));
+    EXPECT_EQ(getPlatform(), PlatformUnreadable);
+}
+
+TEST_F(PlatformId, ValueTypeIsNotExamined) {
+    // "Kes" as wide characters without a terminator, stored as binary.
+    std::string hex;
+    for (char c : std::string("Kes")) {
+        wchar_t w = static_cast<wchar_t>(c);
+        const auto* bytes = reinterpret_cast<const unsigned char*>(&w);
+        for (std::size_t i = 0; i < sizeof w; ++i) {
+            char piece[4];
+            std::snprintf(piece, sizeof piece, "%02x", bytes[i]);
+            hex += (hex.empty() ? "" : ",") + std::string(piece);
+        }
+    }
+    writeRegistry("[HKEY_LOCAL_MACHINE\\Platform]\r\n\"Name\"=hex:" + hex + "\r\n");
+    EXPECT_EQ(getPlatform(), PlatformVbq);
+}
+
+TEST_F(PlatformId, RegistryIsReadOnlyOnce) {
+    nameIs("Kestrix Platform");
+    EXPECT_EQ(getPlatform(), PlatformKtx);
+    nameIs("Something Else");
+    EXPECT_EQ(getPlatform(), PlatformKtx);
+    root.writeFile(L"\\registry.reg", "");
+    host::reloadRegistry();
+    EXPECT_EQ(getPlatform(), PlatformKtx);
+}
+
+TEST_F(PlatformId, UnreadableAnswerIsCachedToo) {
+    EXPECT_EQ(getPlatform(), PlatformUnreadable);
+    nameIs("Kestrix Platform");
+    EXPECT_EQ(getPlatform(), PlatformUnreadable);
+}
+
+}  // namespace

@@ -1,0 +1,74 @@
+#pragma once
+// Common ground for the watchdog tests: a unit root whose registry names the
+// platform, virtual time, captured debug output, and a unit reset caught
+// through the process-exit hook instead of ending the test.
+#include <gtest/gtest.h>
+
+#include <atomic>
+#include <chrono>
+#include <memory>
+#include <stdexcept>
+#include <string>
+#include <thread>
+
+#include "device/platform_id.h"
+#include "device/watchdog.h"
+#include "platform/clock.h"
+#include "platform/process.h"
+#include "platform/registry.h"
+#include "tests/support/test_support.h"
+
+class WatchdogTest : public ::testing::Test {
+  protected:
+    struct UnitReset : std::runtime_error {
+        UnitReset() : std::runtime_error("unit reset") {}
+    };
+
+    void SetUp() override {
+        resetPlatformForTests();
+        previousExit_ = host::setExitHandler([this](int code) {
+            exitCode_ = code;
+            throw UnitReset();
+        });
+    }
+    void TearDown() override {
+        WatchDog::resetSingletonForTests();
+        resetPlatformForTests();
+        host::setExitHandler(previousExit_);
+    }
+
+    void onPlatform(const std::string& name) {
+        root_.writeFile(
+            L"\\registry.reg",
+            "REGEDIT4\r\n\r\n[HKEY_LOCAL_MACHINE\\Platform]\r\n\"Name\"=\"" + name + "\"\r\n");
+        host::reloadRegistry();
+    }
+    void onKtx() { onPlatform("Kestrix Platform"); }
+    void onVbq() { onPlatform("VBQ"); }
+
+    // Waits (in real time, briefly) for the simulated unit to be reset;
+    // answers the exit code, 0 when there was no reset.
+    int resetCode(std::chrono::milliseconds within = std::chrono::milliseconds(3000)) {
+        auto until = std::chrono::steady_clock::now() + within;
+        while (exitCode_ == 0 && std::chrono::steady_clock::now() < until)
+            std::this_thread::sleep_for(std::chrono::milliseconds(1));
+        return exitCode_;
+    }
+    // Gives the monitor thread time to look at the clock (it looks within a
+    // millisecond of real time after the time moved).
+    bool stillRunning() { return resetCode(std::chrono::milliseconds(100)) == 0; }
+    // Waits until the watchdog monitors have started waiting on the clock, so
+    // that the next move of the time is seen as a move.
+    void monitorsWaiting(int count = 1) {
+        auto until = std::chrono::steady_clock::now() + std::chrono::seconds(3);
+        while (time_->waiters() < count && std::chrono::steady_clock::now() < until)
+            std::this_thread::sleep_for(std::chrono::milliseconds(1));
+    }
+
+    testing_support::TempUnitRoot root_;
+    std::shared_ptr<host::ManualClock> time_ = std::make_shared<host::ManualClock>(1000);
+    host::ScopedClock scopedClock_{time_};
+    testing_support::DebugCapture debug_;
+    std::atomic<int> exitCode_{0};
+    host::ExitHandler previousExit_;
+};

@@ -1,0 +1,180 @@
+#include "sim/watchdog_hardware.h"
+#include "sim/watchdog_linux_device.h"
+#include "tests/device/watchdog_fixture.h"
+
+namespace {
+
+using sim::OsTimerBlock;
+using sim::VendorWatchdogLibrary;
+
+// --- the simulated vendor watchdog ------------------------------------------
+
+class SimulatedKtxUnit : public WatchdogTest {
+  protected:
+    void SetUp() override {
+        WatchdogTest::SetUp();
+        onKtx();
+    }
+};
+
+TEST_F(SimulatedKtxUnit, UnservicedWatchdogResetsTheUnitAfter127Seconds) {
+    VendorWatchdogLibrary library;
+    WatchDog::Singleton();
+    monitorsWaiting();
+    time_->advance(126999);
+    EXPECT_TRUE(stillRunning());
+    time_->advance(1);
+    EXPECT_EQ(resetCode(), sim::kWatchdogResetExitCode);
+    EXPECT_TRUE(debug_.contains(L"SIMULATED HARDWARE WATCHDOG EXPIRED"));
+    EXPECT_TRUE(testing_support::logContains(L"Hardware watchdog expired"));
+}
+
+TEST_F(SimulatedKtxUnit, ServicingEvery60SecondsKeepsTheUnitUp) {
+    VendorWatchdogLibrary library;
+    WatchDog* dog = WatchDog::Singleton();
+    for (int minute = 0; minute < 10; ++minute) {
+        time_->advance(60000);
+        dog->service();
+    }
+    EXPECT_TRUE(stillRunning());
+    auto state = sim::watchdogState();
+    EXPECT_TRUE(state.armed);
+    EXPECT_FALSE(state.expired);
+    EXPECT_EQ(state.intervalMs, 127000u);
+    EXPECT_EQ(state.sinceServiceMs, 0u);
+    time_->advance(5000);
+    EXPECT_EQ(sim::watchdogState().sinceServiceMs, 5000u);
+    EXPECT_EQ(sim::watchdogState().remainingMs, 122000u);
+}
+
+TEST_F(SimulatedKtxUnit, TriggerResetsTheUnitAtOnce) {
+    VendorWatchdogLibrary library;
+    WatchDog::Singleton()->trigger();
+    EXPECT_EQ(resetCode(), sim::kWatchdogResetExitCode);
+}
+
+TEST_F(SimulatedKtxUnit, UnstartedWatchdogNeverResets) {
+    VendorWatchdogLibrary library({.start = false});
+    WatchDog::Singleton();
+    time_->advance(1000000);
+    EXPECT_TRUE(stillRunning());
+    EXPECT_FALSE(sim::watchdogState().armed);
+}
+
+TEST_F(SimulatedKtxUnit, TimeOutsAboveTheChipLimitAreCut) {
+    VendorWatchdogLibrary library({}, false);
+    DWORD ms = 500000;
+    library.setTime(&ms);
+    library.start();
+    EXPECT_EQ(library.state().intervalMs, VendorWatchdogLibrary::kMaxTimeoutMs);
+    DWORD zero = 0;
+    EXPECT_FALSE(library.setTime(&zero));
+    EXPECT_FALSE(library.setTime(nullptr));
+}
+
+TEST_F(SimulatedKtxUnit, LinuxDeviceFailuresAreReportedAndTheSimulationGoesOn) {
+    ASSERT_TRUE(sim::useLinuxWatchdogDevice("/dev/null"));  // not a watchdog: its requests fail
+    VendorWatchdogLibrary library;
+    WatchDog* dog = WatchDog::Singleton();
+    dog->service();
+    ASSERT_TRUE(sim::useLinuxWatchdogDevice(""));
+    EXPECT_TRUE(debug_.contains(L"/dev/null: WDIOC_SETTIMEOUT failed"));
+    EXPECT_TRUE(debug_.contains(L"/dev/null: WDIOC_KEEPALIVE failed"));
+    time_->advance(127000);
+    EXPECT_EQ(resetCode(), sim::kWatchdogResetExitCode);
+}
+
+TEST_F(SimulatedKtxUnit, UnwritableLinuxDeviceIsRefused) {
+    EXPECT_FALSE(sim::useLinuxWatchdogDevice("/nonexistent/watchdog"));
+    EXPECT_EQ(sim::linuxWatchdogDevicePath(), "");
+}
+
+// --- the simulated timer block ----------------------------------------------
+
+class SimulatedVbqUnit : public WatchdogTest {
+  protected:
+    void SetUp() override {
+        WatchdogTest::SetUp();
+        onVbq();
+    }
+};
+
+TEST_F(SimulatedVbqUnit, CounterRunsAt3686400HzOnTheHostClock) {
+    OsTimerBlock timer(100, false);
+    EXPECT_EQ(timer.read(OsTimerBlock::OSCR), 100u);
+    time_->advance(1000);
+    timer.refresh();
+    EXPECT_EQ(timer.read(OsTimerBlock::OSCR), 100u + 3686400u);
+    time_->advance(1);
+    timer.refresh();
+    EXPECT_EQ(timer.read(OsTimerBlock::OSCR), 100u + 3686400u + 3686u);
+    time_->advance(4);
+    timer.refresh();
+    EXPECT_EQ(timer.read(OsTimerBlock::OSCR), 100u + 3686400u + 18432u);  // no drift from rounding
+}
+
+TEST_F(SimulatedVbqUnit, UnservicedWatchdogResetsTheUnitAfter127Seconds) {
+    OsTimerBlock timer;
+    WatchDog::Singleton();
+    monitorsWaiting();
+    time_->advance(126999);
+    EXPECT_TRUE(stillRunning());
+    time_->advance(1);
+    EXPECT_EQ(resetCode(), sim::kWatchdogResetExitCode);
+    EXPECT_TRUE(debug_.contains(L"SIMULATED HARDWARE WATCHDOG EXPIRED"));
+    EXPECT_TRUE(testing_support::logContains(L"Hardware watchdog expired"));
+}
+
+TEST_F(SimulatedVbqUnit, ServicingEvery60SecondsKeepsTheUnitUp) {
+    OsTimerBlock timer(0xFF000000u);  // the counter wraps on the way
+    WatchDog* dog = WatchDog::Singleton();
+    for (int minute = 0; minute < 25; ++minute) {
+        time_->advance(60000);
+        timer.refresh();
+        dog->service();
+    }
+    EXPECT_TRUE(stillRunning());
+    auto state = sim::watchdogState();
+    EXPECT_TRUE(state.armed);
+    EXPECT_EQ(state.intervalMs, 127000u);
+    time_->advance(7000);
+    state = sim::watchdogState();
+    EXPECT_EQ(state.sinceServiceMs, 7000u);
+    EXPECT_EQ(state.remainingMs, 120000u);
+}
+
+TEST_F(SimulatedVbqUnit, TriggerResetsTheUnitWithinAMillisecond) {
+    OsTimerBlock timer;
+    WatchDog* dog = WatchDog::Singleton();
+    time_->advance(30000);
+    timer.refresh();
+    dog->trigger();
+    EXPECT_TRUE(stillRunning());
+    time_->advance(1);
+    timer.refresh();  // the counter on the board is always current
+    EXPECT_EQ(resetCode(), sim::kWatchdogResetExitCode);
+}
+
+TEST_F(SimulatedVbqUnit, MatchWithoutTheWatchdogEnableDoesNotReset) {
+    OsTimerBlock timer;
+    timer.write(OsTimerBlock::OSMR3, 3686400);
+    time_->advance(2000);
+    EXPECT_TRUE(stillRunning());
+    EXPECT_FALSE(sim::watchdogState().armed);
+}
+
+// --- both boards' hardware together ------------------------------------------
+
+TEST_F(WatchdogTest, StateFollowsTheWatchdogThatWasArmed) {
+    EXPECT_FALSE(sim::watchdogState().present);
+    onVbq();
+    sim::WatchdogHardware hardware;
+    WatchDog::Singleton();
+    auto state = sim::watchdogState();
+    EXPECT_TRUE(state.present);
+    EXPECT_TRUE(state.armed);
+    EXPECT_EQ(state.hardware, L"OS timer match register 3");
+    EXPECT_EQ(hardware.vendorLibrary().calls().setTime, 0);
+}
+
+}  // namespace

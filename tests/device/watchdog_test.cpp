@@ -1,0 +1,220 @@
+#include <vector>
+
+#include "platform/physmem.h"
+
+#include "sim/watchdog_os_timer.h"
+#include "sim/watchdog_vendor_library.h"
+#include "tests/device/watchdog_fixture.h"
+
+namespace {
+
+using sim::OsTimerBlock;
+using sim::VendorWatchdogLibrary;
+using Lines = std::vector<std::wstring>;
+
+constexpr DWORD kTicks127s = 468172800;
+
+// --- KTX: the vendor library ---------------------------------------------
+
+class KtxWatchDog : public WatchdogTest {
+  protected:
+    void SetUp() override {
+        WatchdogTest::SetUp();
+        onKtx();
+    }
+};
+
+TEST_F(KtxWatchDog, SingletonArmsTheVendorWatchdogWith127000Ms) {
+    VendorWatchdogLibrary library;
+    WatchDog* dog = WatchDog::Singleton();
+    EXPECT_TRUE(dog->armed());
+    EXPECT_EQ(dog->interval(), 127000u);
+    auto calls = library.calls();
+    EXPECT_EQ(calls.setTime, 1);
+    EXPECT_EQ(calls.lastTimeMs, 127000u);
+    EXPECT_EQ(calls.start, 1);
+    EXPECT_EQ(debug_.texts(), (Lines{L"WatchDog::WatchDog -- KTX! m_interval=127000\n",
+                                     L"WatchDog::WatchDog -- ADSStartWatchDog done\n"}));
+
+    EXPECT_EQ(WatchDog::Singleton(), dog);
+    EXPECT_EQ(library.calls().start, 1);
+}
+
+TEST_F(KtxWatchDog, IntervalAbove127SecondsIsCapped) {
+    VendorWatchdogLibrary library;
+    WatchDog dog(200);
+    EXPECT_EQ(dog.interval(), 127000u);
+    EXPECT_EQ(library.calls().lastTimeMs, 127000u);
+    EXPECT_EQ(debug_.texts(),
+              (Lines{L"WatchDog::WatchDog -- KTX! interval of 200 capped at IMX31 max of 127!!\n",
+                     L"WatchDog::WatchDog -- KTX! m_interval=127000\n",
+                     L"WatchDog::WatchDog -- ADSStartWatchDog done\n"}));
+}
+
+TEST_F(KtxWatchDog, ShorterIntervalIsTakenAsIs) {
+    VendorWatchdogLibrary library;
+    WatchDog dog(30);
+    EXPECT_EQ(library.calls().lastTimeMs, 30000u);
+}
+
+TEST_F(KtxWatchDog, ServiceCallsTheVendorEntryEachTime) {
+    VendorWatchdogLibrary library;
+    WatchDog dog(127);
+    dog.service();
+    dog.service();
+    EXPECT_EQ(library.calls().service, 2);
+}
+
+TEST_F(KtxWatchDog, TriggerRestartsWithOneMillisecond) {
+    VendorWatchdogLibrary library({}, /*monitor=*/false);
+    WatchDog dog(127);
+    const DWORD before = host::GetTickCount();
+    dog.trigger();
+    auto calls = library.calls();
+    EXPECT_EQ(calls.start, 2);
+    EXPECT_EQ(calls.setTime, 2);
+    EXPECT_EQ(calls.lastTimeMs, 1u);
+    EXPECT_EQ(host::GetTickCount() - before, 10u);  // it sleeps 10 ms
+    EXPECT_TRUE(debug_.contains(L"WatchDog::WatchDog -- TRIGGER!!!\n"));
+}
+
+TEST_F(KtxWatchDog, MissingLibraryLeavesItUnarmed) {
+    WatchDog dog(127);
+    EXPECT_FALSE(dog.armed());
+    EXPECT_EQ(debug_.texts(), (Lines{L"WatchDog::WatchDog -- KTX! m_interval=127000\n",
+                                     L"WatchDog::WatchDog -- LoadLibrary FAILS! Aborting\n"}));
+    dog.service();
+    dog.trigger();  // nothing to call; must not crash
+}
+
+TEST_F(KtxWatchDog, MissingSetTimeEntryCallsNothing) {
+    VendorWatchdogLibrary library({.setTime = false});
+    WatchDog dog(127);
+    EXPECT_FALSE(dog.armed());
+    EXPECT_TRUE(debug_.contains(
+        L"WatchDog::WatchDog -- GetProcAddress 'ADSSetWatchDogTime' FAILS! Aborting\n"));
+    dog.service();
+    dog.trigger();
+    auto calls = library.calls();
+    EXPECT_EQ(calls.start + calls.service + calls.setTime, 0);
+}
+
+TEST_F(KtxWatchDog, MissingStartEntryStopsAfterSettingTheTime) {
+    VendorWatchdogLibrary library({.start = false});
+    WatchDog dog(127);
+    EXPECT_FALSE(dog.armed());
+    EXPECT_EQ(debug_.texts().back(),
+              L"WatchDog::WatchDog -- GetProcAddress 'ADSStartWatchDog' FAILS! Aborting\n");
+    EXPECT_FALSE(debug_.contains(L"ADSStartWatchDog done"));
+    dog.service();
+    dog.trigger();
+    auto calls = library.calls();
+    EXPECT_EQ(calls.setTime, 1);
+    EXPECT_EQ(calls.service, 0);
+    EXPECT_EQ(calls.start, 0);
+}
+
+TEST_F(KtxWatchDog, MissingServiceEntryIsNotCalled) {
+    VendorWatchdogLibrary library({.service = false});
+    WatchDog dog(127);
+    EXPECT_TRUE(dog.armed());
+    dog.service();
+    EXPECT_EQ(library.calls().service, 0);
+}
+
+// --- VBQ: the operating-system timer registers ----------------------------
+
+class VbqWatchDog : public WatchdogTest {
+  protected:
+    void SetUp() override {
+        WatchdogTest::SetUp();
+        onVbq();
+    }
+};
+
+TEST_F(VbqWatchDog, SingletonSetsMatch3127SecondsAheadAndEnablesTheReset) {
+    OsTimerBlock timer(5000, /*monitor=*/false);
+    timer.write(OsTimerBlock::OIER, 0x1);
+    WatchDog* dog = WatchDog::Singleton();
+    EXPECT_TRUE(dog->armed());
+    EXPECT_EQ(dog->interval(), kTicks127s);
+    EXPECT_EQ(timer.read(OsTimerBlock::OSMR3), 5000u + kTicks127s);
+    EXPECT_EQ(timer.read(OsTimerBlock::OSSR), 8u);
+    EXPECT_EQ(timer.read(OsTimerBlock::OIER), 0x9u);  // bit 3 added, others kept
+    EXPECT_EQ(timer.read(OsTimerBlock::OWER), 1u);
+    EXPECT_EQ(debug_.texts(), (Lines{L"WatchDog::WatchDog -- VBQ!\n"}));
+}
+
+TEST_F(VbqWatchDog, Interval200IsWithinTheLimit) {
+    OsTimerBlock timer(0, false);
+    WatchDog dog(200);
+    EXPECT_EQ(dog.interval(), 737280000u);
+    EXPECT_EQ(timer.read(OsTimerBlock::OSMR3), 737280000u);
+    EXPECT_EQ(debug_.texts(), (Lines{L"WatchDog::WatchDog -- VBQ!\n"}));
+}
+
+TEST_F(VbqWatchDog, IntervalAbove1165SecondsIsCutToTheLargestThatFits) {
+    OsTimerBlock timer(0, false);
+    WatchDog dog(1166);
+    EXPECT_EQ(dog.interval(), 1165u * 3686400u);
+    EXPECT_EQ(debug_.texts(),
+              (Lines{L"WatchDog::WatchDog -- VBQ!\n",
+                     L"WatchDog::WatchDog interval 1166 exceeds max of 1165; set to max\r\n"}));
+}
+
+TEST_F(VbqWatchDog, MatchWrapsWithTheCounter) {
+    OsTimerBlock timer(0xF0000000u, false);
+    WatchDog dog(127);
+    EXPECT_EQ(timer.read(OsTimerBlock::OSMR3), static_cast<DWORD>(0xF0000000u + kTicks127s));
+}
+
+TEST_F(VbqWatchDog, ServiceMovesTheMatchAheadOfTheCurrentCounter) {
+    OsTimerBlock timer(0, false);
+    WatchDog dog(127);
+    time_->advance(60000);
+    timer.refresh();
+    EXPECT_EQ(timer.read(OsTimerBlock::OSCR), 60u * 3686400u);
+    dog.service();
+    EXPECT_EQ(timer.read(OsTimerBlock::OSMR3), 60u * 3686400u + kTicks127s);
+}
+
+TEST_F(VbqWatchDog, TriggerSetsTheMatch3686TicksAhead) {
+    OsTimerBlock timer(0, false);
+    WatchDog dog(127);
+    time_->advance(1234);
+    timer.refresh();
+    const DWORD counter = timer.read(OsTimerBlock::OSCR);
+    dog.trigger();
+    EXPECT_EQ(timer.read(OsTimerBlock::OSMR3), counter + 3686u);
+    EXPECT_FALSE(debug_.contains(L"TRIGGER"));
+}
+
+TEST_F(VbqWatchDog, UnreadablePlatformTakesTheTimerPath) {
+    root_.writeFile(L"\\registry.reg", "REGEDIT4\r\n");
+    host::reloadRegistry();
+    OsTimerBlock timer(0, false);
+    VendorWatchdogLibrary library({}, false);
+    WatchDog dog(127);
+    EXPECT_EQ(getPlatform(), PlatformUnreadable);
+    EXPECT_EQ(timer.read(OsTimerBlock::OSMR3), kTicks127s);
+    EXPECT_EQ(library.calls().setTime, 0);
+}
+
+TEST_F(VbqWatchDog, MissingRegisterBlockLeavesItUnarmed) {
+    WatchDog dog(127);
+    EXPECT_FALSE(dog.armed());
+    EXPECT_EQ(debug_.texts(),
+              (Lines{L"WatchDog::WatchDog -- VBQ!\n",
+                     L"\tMapPhysicalAddr : return false from VirtualCopy(). \r\n"}));
+    dog.service();
+    dog.trigger();  // no registers to write; must not crash
+}
+
+TEST_F(VbqWatchDog, DestructorReleasesTheMappingAndSaysSo) {
+    OsTimerBlock timer(0, false);
+    { WatchDog dog(127); }
+    EXPECT_EQ(debug_.texts().back(), L"WatchDog::~WatchDog -- shouldn't get here!!!????\n");
+    EXPECT_EQ(host::reservationCount(), 0u);
+}
+
+}  // namespace
