@@ -1,0 +1,136 @@
+#include <gtest/gtest.h>
+
+#include <numeric>
+
+#include "tests/tovelctl/fake_controller.h"
+#include "tools/tovelclient/tovel_client.h"
+
+using namespace tovelclient;
+using Bytes = std::vector<std::uint8_t>;
+
+TEST(Client, ReadsVersionBoardsAndStatus) {
+    FakeController fake;
+    Client client("127.0.0.1", fake.port());
+    Reply version = client.version();
+    EXPECT_EQ(version.status, 4u);
+    EXPECT_EQ(versionOf(version), 191213u);
+    EXPECT_EQ(boardCountOf(client.enumBoards()), 2u);
+
+    Reply status = client.getStatus();
+    ASSERT_EQ(status.data.size(), 65u);
+    remproto::StatusBlock block;
+    ASSERT_TRUE(remproto::decodeStatusReply(status.data, block));
+    EXPECT_EQ(block.state, 4);
+    EXPECT_EQ(block.sequence, 37);
+    EXPECT_EQ(fake.requests().size(), 3u);
+}
+
+TEST(Client, PrimSendHasNoReplySoTheNextReplyBelongsToTheNextRequest) {
+    FakeController fake;
+    Client client("localhost", fake.port());
+    client.primSend(1, 0x21, Bytes{1, 2, 3});
+    Reply packet = client.primGet(16);
+    EXPECT_EQ(packet.data.size(), 20u);
+    EXPECT_EQ(packet.data[3], 16);
+    auto requests = fake.requests();
+    ASSERT_EQ(requests.size(), 2u);
+    EXPECT_EQ(requests[0], (Bytes{0, 1, 0x21, 0, 3, 1, 2, 3}));
+}
+
+TEST(Client, AtomicRequestsCarryTheirFields) {
+    FakeController fake;
+    Client client("127.0.0.1", fake.port());
+    EXPECT_EQ(client.atomicSend(0x21, Bytes{0x0a, 0x0b, 0x0c}).data.size(), 0u);
+    Reply answer = client.atomicGet(0x30, Bytes{}, 0x31, 300);
+    EXPECT_EQ(answer.data.size(), 300u);
+    EXPECT_EQ(answer.data[299], static_cast<std::uint8_t>(299));
+    auto requests = fake.requests();
+    ASSERT_EQ(requests.size(), 2u);
+    EXPECT_EQ(requests[0], remproto::encodeAtomicSend(0x21, Bytes{0x0a, 0x0b, 0x0c}));
+    EXPECT_EQ(requests[1], remproto::encodeAtomicGet(0x30, {}, 0x31, 300));
+}
+
+TEST(Client, CofDownloadSendsTheImageInPiecesBetweenStartAndEnd) {
+    FakeController fake;
+    Client client("127.0.0.1", fake.port());
+    Bytes image(20000);
+    std::iota(image.begin(), image.end(), 0);
+    std::vector<std::pair<Client::CofStep, std::size_t>> seen;
+    client.cofDownload(
+        image, [&](Client::CofStep step, const Reply& r, std::size_t sent, std::size_t total) {
+            EXPECT_EQ(r.status, 0u);
+            EXPECT_EQ(total, image.size());
+            seen.emplace_back(step, sent);
+        });
+    EXPECT_EQ(fake.cofFile(), image);
+    ASSERT_EQ(seen.size(), 5u);  // start, 8192, 16384, 20000, end
+    EXPECT_EQ(seen[0], std::make_pair(Client::CofStep::Start, std::size_t{0}));
+    EXPECT_EQ(seen[1].second, 8192u);
+    EXPECT_EQ(seen[3].second, 20000u);
+    EXPECT_EQ(seen[4].first, Client::CofStep::End);
+    EXPECT_THROW(client.cofDownload(image, {}, 9985), ClientError);
+}
+
+TEST(Client, ConnectionFailuresAreClientErrors) {
+    std::uint16_t port;
+    {
+        FakeController gone;
+        port = gone.port();
+    }
+    try {
+        Client client("127.0.0.1", port);
+        FAIL() << "connected to a closed port";
+    } catch (const ClientError& e) {
+        EXPECT_EQ(e.socketError(), 10061);
+        EXPECT_NE(std::string(e.what()).find("(10061)"), std::string::npos);
+    }
+    EXPECT_THROW(Client("no-such-host.invalid", 3445), ClientError);
+}
+
+TEST(Client, ServerClosingInsteadOfAnsweringIsAnError) {
+    FakeController fake;
+    fake.closeAtRequest(1);
+    Client client("127.0.0.1", fake.port());
+    try {
+        client.version();
+        FAIL();
+    } catch (const ClientError& e) {
+        EXPECT_NE(std::string(e.what()).find("closed"), std::string::npos) << e.what();
+    }
+}
+
+TEST(Client, ImpossibleReplyLengthIsRefusedNotAwaited) {
+    FakeController fake;
+    fake.answerBogusLength();
+    Client client("127.0.0.1", fake.port(), 5000);
+    try {
+        client.version();
+        FAIL();
+    } catch (const ClientError& e) {
+        EXPECT_NE(std::string(e.what()).find("100000"), std::string::npos) << e.what();
+    }
+}
+
+TEST(Client, SilentServerTimesOut) {
+    FakeController fake;
+    fake.stayQuiet();
+    Client client("127.0.0.1", fake.port(), 50);
+    try {
+        client.version();
+        FAIL();
+    } catch (const ClientError& e) {
+        EXPECT_EQ(e.socketError(), 10060);
+    }
+}
+
+TEST(ClientText, HexAndStatusTexts) {
+    EXPECT_EQ(parseHex("0A0b0C"), (Bytes{0x0a, 0x0b, 0x0c}));
+    EXPECT_EQ(parseHex("0x0a 0b:0c-0d,0e"), (Bytes{0x0a, 0x0b, 0x0c, 0x0d, 0x0e}));
+    EXPECT_EQ(parseHex(""), Bytes{});
+    EXPECT_FALSE(parseHex("abc").has_value());
+    EXPECT_FALSE(parseHex("zz").has_value());
+    EXPECT_EQ(toHex(Bytes{0xed, 0x02}, " "), "ed 02");
+    EXPECT_EQ(describeStatus(0), "0 (success)");
+    EXPECT_EQ(describeStatus(15), "15 (Wrong COF Version! / Wrong COF Version!)");
+    EXPECT_EQ(describeStatus(4), "4 (No Error! / Unknown or Not a DSP Error!)");
+}

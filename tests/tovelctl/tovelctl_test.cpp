@@ -1,0 +1,147 @@
+// Runs the tovelctl program against the fake controller.
+#include <gtest/gtest.h>
+#include <sys/wait.h>
+
+#include <algorithm>
+#include <cstdio>
+#include <fstream>
+#include <numeric>
+#include <string>
+
+#include "tests/support/test_support.h"
+#include "tests/tovelctl/fake_controller.h"
+
+namespace {
+
+struct Result {
+    int exitCode = -1;
+    std::string output;  // stdout and stderr
+};
+
+Result tovelctl(const std::string& args) {
+    const std::string command = std::string(TOVEL_BUILD_DIR "/tovelctl ") + args + " 2>&1";
+    Result run;
+    FILE* pipe = ::popen(command.c_str(), "r");
+    if (pipe == nullptr) return run;
+    char buffer[4096];
+    std::size_t n;
+    while ((n = std::fread(buffer, 1, sizeof buffer, pipe)) > 0) run.output.append(buffer, n);
+    int status = ::pclose(pipe);
+    run.exitCode = WIFEXITED(status) ? WEXITSTATUS(status) : -1;
+    return run;
+}
+
+std::string portArg(const FakeController& fake) {
+    return "--port " + std::to_string(fake.port()) + " ";
+}
+
+int lineCount(const std::string& s) {
+    return static_cast<int>(std::count(s.begin(), s.end(), '\n'));
+}
+
+}  // namespace
+
+TEST(Tovelctl, HelpListsEveryCommand) {
+    Result run = tovelctl("--help");
+    EXPECT_EQ(run.exitCode, 0);
+    for (const char* command :
+         {"version", "boards", "status", "boot", "reboot", "cmdline", "cof-download", "atomic-send",
+          "atomic-get", "prim-send", "prim-get", "--json", "--host", "--port"})
+        EXPECT_NE(run.output.find(command), std::string::npos) << command;
+}
+
+TEST(Tovelctl, VersionInTextAndJson) {
+    FakeController fake;
+    Result text = tovelctl(portArg(fake) + "version");
+    EXPECT_EQ(text.exitCode, 0) << text.output;
+    EXPECT_NE(text.output.find("version: 191213"), std::string::npos) << text.output;
+    EXPECT_NE(text.output.find("4 (No Error! / Unknown or Not a DSP Error!)"), std::string::npos);
+
+    Result json = tovelctl(portArg(fake) + "--json version");
+    EXPECT_EQ(json.exitCode, 0);
+    EXPECT_EQ(json.output,
+              "{\"command\":\"version\",\"version\":191213,\"status\":4,\"statusShort\":\"No "
+              "Error!\",\"statusText\":\"Unknown or Not a DSP Error!\"}\n");
+}
+
+TEST(Tovelctl, StatusShowsTheDecodedBlock) {
+    FakeController fake;
+    Result text = tovelctl(portArg(fake) + "status");
+    EXPECT_EQ(text.exitCode, 0) << text.output;
+    EXPECT_NE(text.output.find("status:   0 (success)"), std::string::npos) << text.output;
+    EXPECT_NE(text.output.find("state:    4 (No Error!"), std::string::npos) << text.output;
+    EXPECT_NE(text.output.find("sequence: 37"), std::string::npos) << text.output;
+
+    Result json = tovelctl(portArg(fake) + "--json status");
+    EXPECT_EQ(lineCount(json.output), 1) << json.output;
+    EXPECT_NE(json.output.find("\"state\":4,"), std::string::npos) << json.output;
+    EXPECT_NE(json.output.find("\"sequence\":37"), std::string::npos) << json.output;
+}
+
+TEST(Tovelctl, CofDownloadSendsTheFileAndReportsEachReplyInJson) {
+    testing_support::TempUnitRoot root;
+    FakeController fake;
+    std::string image(10000, '\0');
+    std::iota(image.begin(), image.end(), 'a');
+    const std::string path = root.path() + "/image.cof";
+    std::ofstream(path, std::ios::binary) << image;
+    Result run = tovelctl(portArg(fake) + "--json cof-download " + path);
+    EXPECT_EQ(run.exitCode, 0) << run.output;
+    EXPECT_EQ(lineCount(run.output), 4) << run.output;  // start, two pieces, end
+    EXPECT_NE(run.output.find("{\"command\":\"cof-end\""), std::string::npos);
+    const auto received = fake.cofFile();
+    EXPECT_EQ(std::string(received.begin(), received.end()), image);
+
+    Result text = tovelctl(portArg(fake) + "cof-download " + path);  // not a terminal: no bar
+    EXPECT_EQ(text.exitCode, 0);
+    EXPECT_EQ(text.output.find('['), std::string::npos) << text.output;
+    EXPECT_NE(text.output.find("sent:"), std::string::npos) << text.output;
+}
+
+TEST(Tovelctl, RawAndAtomicRequestsGoOutAsGiven) {
+    FakeController fake;
+    EXPECT_EQ(tovelctl(portArg(fake) + "prim-send 1 0x21 0a0b").exitCode, 0);
+    Result get = tovelctl(portArg(fake) + "--json prim-get 16");
+    EXPECT_NE(get.output.find("\"length\":20"), std::string::npos) << get.output;
+    Result atomic = tovelctl(portArg(fake) + "atomic-get 0x30 0x31 8 01");
+    EXPECT_NE(atomic.output.find("00 01 02 03 04 05 06 07"), std::string::npos) << atomic.output;
+    EXPECT_EQ(tovelctl(portArg(fake) + "atomic-send 33 0a0b0c").exitCode, 0);
+    Result boot = tovelctl(portArg(fake) + "boot");
+    EXPECT_NE(boot.output.find("15 (Wrong COF Version!)"), std::string::npos) << boot.output;
+
+    auto requests = fake.requests();
+    ASSERT_EQ(requests.size(), 5u);
+    EXPECT_EQ(requests[0], (std::vector<std::uint8_t>{0, 1, 0x21, 0, 2, 0x0a, 0x0b}));
+    EXPECT_EQ(requests[3].size(), 19u);
+    EXPECT_EQ(requests[3][1], 33);
+}
+
+TEST(Tovelctl, RefusedConnectionIsOneLineAndAFailure) {
+    std::uint16_t port;
+    {
+        FakeController gone;
+        port = gone.port();
+    }
+    Result run = tovelctl("--port " + std::to_string(port) + " version");
+    EXPECT_EQ(run.exitCode, 2);
+    EXPECT_EQ(lineCount(run.output), 1) << run.output;
+    EXPECT_NE(run.output.find("10061"), std::string::npos) << run.output;
+}
+
+TEST(Tovelctl, ClosedConnectionIsOneLineAndAFailure) {
+    FakeController fake;
+    fake.closeAtRequest(1);
+    Result run = tovelctl(portArg(fake) + "--json boards");
+    EXPECT_EQ(run.exitCode, 2);
+    EXPECT_EQ(lineCount(run.output), 1) << run.output;
+    EXPECT_NE(run.output.find("closed"), std::string::npos) << run.output;
+}
+
+TEST(Tovelctl, BadArgumentsCostNoConnection) {
+    FakeController fake;
+    EXPECT_EQ(tovelctl(portArg(fake) + "atomic-send 0x21 0a0").exitCode, 1);
+    EXPECT_EQ(tovelctl(portArg(fake) + "atomic-send 256").exitCode, 1);
+    EXPECT_EQ(tovelctl(portArg(fake) + "cof-download /no/such/file").exitCode, 1);
+    EXPECT_NE(tovelctl(portArg(fake) + "no-such-command").exitCode, 0);
+    EXPECT_TRUE(fake.requests().empty());
+}
