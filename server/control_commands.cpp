@@ -1,0 +1,168 @@
+// The Rem_Control sub-commands of a session: board count, COF download,
+// boot, restart, version and command-line control.
+#include <cstring>
+#include <mutex>
+#include <stdexcept>
+
+#include "app/message_channels.h"
+#include "boards/error_log.h"
+#include "boards/usb_ctlr.h"
+#include "platform/debug_out.h"
+#include "platform/files.h"
+#include "platform/handles.h"
+#include "platform/last_error.h"
+#include "platform/modules.h"
+#include "platform/rapi_util.h"
+#include "platform/text.h"
+#include "server/session_owner.h"
+#include "server/tovel.h"
+
+namespace {
+
+constexpr std::uint32_t kServerVersion = 191213;
+constexpr std::size_t kLongestFileErrorText = 255;
+
+enum ControlSub {
+    RemCtl_EnumBoards = 0,
+    RemCtl_CofStart = 1,
+    RemCtl_CofData = 2,
+    RemCtl_CofEnd = 3,
+    RemCtl_DspBoot = 4,
+    RemCtl_Reboot = 5,
+    RemCtl_Version = 6,
+    RemCtl_CmdLineControl = 7,
+};
+
+}  // namespace
+
+void Tovel::runControl(int sub, const std::uint8_t* payload, std::uint32_t size) {
+    controlLength_ = 0;
+    switch (sub) {
+        case RemCtl_EnumBoards:
+            return enumBoards();
+        case RemCtl_CofStart:
+            return cofStart();
+        case RemCtl_CofData:
+            return cofData(payload, size);
+        case RemCtl_CofEnd:
+            return cofEnd();
+        case RemCtl_DspBoot:
+            return dspBoot();
+        case RemCtl_Reboot:
+            return reboot();
+        case RemCtl_Version:
+            return version();
+        case RemCtl_CmdLineControl:
+            return cmdLineControl();
+        default:
+            return unknownControl(sub);
+    }
+}
+
+void Tovel::enumBoards() {
+    state_ = 18;
+    UsbCtlr::EnumDevices(false, true, false);
+    boardData_[0] = static_cast<std::uint8_t>(UsbCtlr::GetCtlrCount() % 256);
+    controlLength_ = 1;
+    controlStatus_ = dspRunning;
+}
+
+void Tovel::cofStart() {
+    state_ = 19;
+    closeCofFile();
+    const std::wstring name = ctlr_->getCofFileName();
+    const std::wstring path = installFolder + L"\\" + name;
+    // Exclusive: no other session may read or write the image while it is written.
+    cofFile_ = host::CreateFileW(path.c_str(), host::GENERIC_WRITE, 0, host::CREATE_ALWAYS);
+    if (cofFile_ != INVALID_HANDLE_VALUE) {
+        debugMessage(L"COF DOWNLOAD: Open local file '" + name + L"' success!\n");
+    } else {
+        std::wstring why = host::FormatMessageText(host::GetLastError()).value_or(L"");
+        if (why.size() > kLongestFileErrorText) why.resize(kLongestFileErrorText);
+        statusMessage(host::wformat(L"Error Opening '%S' for exclusive write access: '%S'!\n",
+                                    host::narrow(name).c_str(), host::narrow(why).c_str()));
+    }
+    controlStatus_ = dspOk;
+}
+
+void Tovel::cofData(const std::uint8_t* payload, std::uint32_t size) {
+    state_ = 20;
+    if (cofFile_ != INVALID_HANDLE_VALUE) {
+        DWORD written = 0;
+        if (!host::WriteFile(cofFile_, payload, size, &written) || written != size)
+            throw std::runtime_error("COF file write failed");
+    } else {
+        statusMessage(L"COF Data ecountered without open file!\n");
+    }
+    controlStatus_ = dspOk;
+}
+
+void Tovel::cofEnd() {
+    state_ = 21;
+    if (cofFile_ != INVALID_HANDLE_VALUE) {
+        debugMessage(L"COF DOWNLOAD: COF END, closing cof file\n");
+        closeCofFile();
+    } else {
+        statusMessage(L"COF END ecountered without open file!\n");
+    }
+    controlStatus_ = dspOk;
+}
+
+void Tovel::closeCofFile() {
+    if (cofFile_ == INVALID_HANDLE_VALUE) return;
+    host::CloseHandle(cofFile_);
+    cofFile_ = INVALID_HANDLE_VALUE;
+}
+
+void Tovel::dspBoot() {
+    state_ = 22;
+    const dspStatus r = ctlr_->boot();
+    if (r == dspOk) {
+        controlStatus_ = static_cast<std::uint32_t>(ctlr_->getStatus(nullptr));
+    } else {
+        statusMessage(L"DSP Boot fails! Rebooting to known state...\n");
+        owner_->requestRestart();
+        controlStatus_ = dspWrongCofVersion;
+    }
+}
+
+void Tovel::reboot() {
+    state_ = 23;
+    statusMessage(L"Controller Reboot Requested...\n");
+    owner_->requestRestart();
+    controlStatus_ = dspRunning;
+}
+
+void Tovel::version() {
+    state_ = 24;
+    const std::uint32_t v = kServerVersion;
+    boardData_[0] = static_cast<std::uint8_t>(v);
+    boardData_[1] = static_cast<std::uint8_t>(v >> 8);
+    boardData_[2] = static_cast<std::uint8_t>(v >> 16);
+    boardData_[3] = static_cast<std::uint8_t>(v >> 24);
+    controlLength_ = 4;
+    controlStatus_ = dspRunning;
+}
+
+void Tovel::cmdLineControl() {
+    std::lock_guard<host::CriticalSection> lock(owner_->tovelLock());
+    state_ = 25;
+    if (HANDLE lib = host::LoadLibraryW(L"RapiUtil.dll"); lib != NULL_HANDLE) {
+        if (auto entry = host::GetProcAddressW(lib, "ControlViaCmdLine"))
+            host::procAs<host::ControlViaCmdLineFn>(entry)(0, 0, 0, 0, 0);
+        host::FreeLibrary(lib);
+    }
+    owner_->requestRestart();
+    controlStatus_ = dspRunning;
+}
+
+void Tovel::unknownControl(int sub) {
+    state_ = 26;
+    const std::wstring text = host::wformat(
+        L"SW/Comm Error! Unknown opCode %d in ServerThreadCallback, Rem_Control API!!", sub);
+    host::NKDbgPrintfW(L"%s", text.c_str());
+    LogError(text);
+    controlStatus_ = static_cast<std::uint32_t>(ctlr_->getStatus(nullptr));
+    boardData_[0] = 0;
+    controlLength_ = 1;
+}

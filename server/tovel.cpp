@@ -1,0 +1,410 @@
+#include "server/tovel.h"
+
+#include <cstring>
+#include <exception>
+
+#include "app/message_channels.h"
+#include "boards/error_log.h"
+#include "boards/usb_ctlr.h"
+#include "platform/clock.h"
+#include "platform/debug_out.h"
+#include "platform/handles.h"
+#include "platform/process.h"
+#include "platform/text.h"
+#include "platform/thread.h"
+#include "server/session_owner.h"
+
+namespace {
+
+enum Opcode : std::uint8_t {
+    Rem_PrimSend = 0,
+    Rem_PrimGet = 1,
+    Rem_GetStatus = 2,
+    Rem_AtomicGet = 3,
+    Rem_AtomicSend = 4,
+    Rem_Control = 5,
+};
+
+constexpr int kLongHeader = 16;
+constexpr std::uint32_t kMaxPayload = 8180;  // largest DSP payload the link accepts
+
+std::uint32_t le32(const std::uint8_t* p) {
+    return static_cast<std::uint32_t>(p[0]) | (static_cast<std::uint32_t>(p[1]) << 8) |
+           (static_cast<std::uint32_t>(p[2]) << 16) | (static_cast<std::uint32_t>(p[3]) << 24);
+}
+
+void putLe32(std::uint8_t* p, std::uint32_t v) {
+    p[0] = static_cast<std::uint8_t>(v);
+    p[1] = static_cast<std::uint8_t>(v >> 8);
+    p[2] = static_cast<std::uint8_t>(v >> 16);
+    p[3] = static_cast<std::uint8_t>(v >> 24);
+}
+
+}  // namespace
+
+std::shared_ptr<Tovel> Tovel::create(UsbCtlr* ctlr, host::SOCKET hSocket, SessionOwner* owner) {
+    auto session = std::make_shared<Tovel>(PrivateTag{}, ctlr, hSocket, owner);
+    // The thread shares ownership, so an abandoned thread never outlives its session.
+    std::shared_ptr<Tovel> self = session;
+    HANDLE thread = host::CreateThread(
+        [self]() -> DWORD {
+            self->threadImplementation();
+            return 0;
+        },
+        host::THREAD_PRIORITY_NORMAL, "tovel-session");
+    if (thread == NULL_HANDLE) {
+        statusMessage(L"Tovel Constructor: Unable to spawn thread!");
+        session->running_ = false;
+    } else {
+        session->thread_ = thread;
+    }
+    return session;
+}
+
+Tovel::Tovel(PrivateTag, UsbCtlr* ctlr, host::SOCKET hSocket, SessionOwner* owner)
+    : hSocket_(hSocket), ctlr_(ctlr), owner_(owner) {
+    // Counted from construction, so a poll before the thread's first pass
+    // never sees a session as hung.
+    lastTickle_ = host::GetTickCount();
+}
+
+Tovel::~Tovel() {
+    host::SOCKET s = socket_.exchange(host::INVALID_SOCKET);
+    if (s != host::INVALID_SOCKET) host::closesocket(s);
+    // A handle that never reached the thread is closed here.
+    else if (hSocket_ != host::INVALID_SOCKET && thread_.load() == NULL_HANDLE && !running_)
+        host::closesocket(hSocket_);
+    closeCofFile();
+}
+
+void Tovel::stop() {
+    running_ = false;
+    host::SOCKET s = socket_.load();
+    if (s != host::INVALID_SOCKET) host::closesocket(s);
+}
+
+bool Tovel::isDoneOrHung() {
+    if (thread_.load() == NULL_HANDLE && !running_) return true;
+    const DWORD now = host::GetTickCount();
+    DWORD last;
+    {
+        std::lock_guard<host::CriticalSection> lock(tickleLock_);
+        last = lastTickle_;
+    }
+    if (now - last <= kHungAfterMs) return false;
+    traceAndLog(host::wformat(L"Tovel hung in state %d, closing socket...curTime=%u lastTickle=%u",
+                              state(), now, last));
+    stop();
+    traceAndLog(L"Wait for a bit for thread to die on it's own...");
+    host::Sleep(2000);
+    if (HANDLE h = thread_.exchange(NULL_HANDLE); h != NULL_HANDLE) {
+        traceAndLog(host::wformat(L"Tovel hung in state %d, terminating thread.", state()));
+        host::TerminateThread(h, static_cast<DWORD>(-1));
+        host::CloseHandle(h);
+    }
+    traceAndLog(host::wformat(L"Tovel hung in state %d, thread termintated.", state()));
+    return true;
+}
+
+void Tovel::threadImplementation() {
+    host::WSAStartup(host::MAKEWORD(2, 2), nullptr);
+    socket_ = hSocket_;
+    try {
+        receiveLoop();
+    } catch (...) {
+        running_ = false;
+        statusMessage(L"Unhandled Exception in Tovel::threadImplementation!");
+    }
+    threadEnd();
+}
+
+void Tovel::threadEnd() {
+    debugMessage(host::wformat(L"Tovel thread 0x%x exiting\n",
+                               static_cast<unsigned>(reinterpret_cast<std::uintptr_t>(this))));
+    // The download is over with the session; release the file for others.
+    closeCofFile();
+    if (HANDLE h = thread_.exchange(NULL_HANDLE); h != NULL_HANDLE) host::CloseHandle(h);
+}
+
+void Tovel::receiveLoop() {
+    int bufferIndex = 0;
+    while (running_) {
+        {
+            std::lock_guard<host::CriticalSection> lock(tickleLock_);
+            lastTickle_ = host::GetTickCount();
+        }
+        state_ = 3;
+        if (bufferIndex >= kRecvBufferSize) {
+            // The head request can never complete in a full buffer; asking the
+            // socket for zero bytes would spin, so the session ends instead.
+            statusMessage(
+                L"Tovel: receive buffer full without a complete request; closing connection.\n");
+            running_ = false;
+            break;
+        }
+        const int numBytes =
+            host::recv(socket_.load(), reinterpret_cast<char*>(recvBuffer_) + bufferIndex,
+                       kRecvBufferSize - bufferIndex, 0);
+        if (numBytes == 0) {
+            debugMessage(L"Socket Closed gracefully by remote host.\n");
+            state_ = 1;
+            running_ = false;
+            break;
+        }
+        if (numBytes < 0) {
+            const int code = host::WSAGetLastError();
+            statusMessage(L"Socket Error in Receive: " + describeSocketError(code) + L"\n");
+            running_ = false;
+            state_ = 4;
+            break;
+        }
+        bufferIndex += numBytes;
+        if (bufferIndex > kRecvBufferSize) {
+            traceAndLog(L"Tovel:threadImplementation() Buffer overflow!!!!!!!");
+            traceAndLog(L"Exiting in 5 Seconds....");
+            host::Sleep(5000);
+            host::ExitProcess(-1);
+        }
+        sMsgSz_ = bufferIndex;
+        while (running_ && sMsgSz_ > 4) {
+            serveHead(bufferIndex, numBytes);
+            // Consume what was served.
+            if (bufferIndex == sMsgSz_) {
+                bufferIndex = 0;
+                sMsgSz_ = 0;
+            } else {
+                state_ = 28;
+                if (sMsgSz_ > 0 && bufferIndex > sMsgSz_)
+                    std::memmove(recvBuffer_, recvBuffer_ + sMsgSz_,
+                                 static_cast<std::size_t>(bufferIndex - sMsgSz_));
+                if (bufferIndex - sMsgSz_ < 0) {
+                    host::NKDbgPrintfW(
+                        L"\n\nBufferIndex hosed! buffer[0]=%d bufferIndex=%d sMsgSz=%d "
+                        L"numBytes=%d\n",
+                        recvBuffer_[0], bufferIndex, sMsgSz_, numBytes);
+                    // The framing never gets here; if it ever does, the buffer
+                    // cannot be trusted, so the session ends.
+                    running_ = false;
+                    bufferIndex = 0;
+                    break;
+                }
+                bufferIndex -= sMsgSz_;
+            }
+        }
+    }
+}
+
+void Tovel::serveHead(int bufferIndex, int numBytes) {
+    switch (recvBuffer_[0]) {
+        case Rem_PrimSend:
+            return primSend(bufferIndex, numBytes);
+        case Rem_PrimGet:
+            return primGet(bufferIndex, numBytes);
+        case Rem_GetStatus:
+            return getStatus(bufferIndex, numBytes);
+        case Rem_AtomicGet:
+            return atomicGet(bufferIndex);
+        case Rem_AtomicSend:
+            return atomicSend(bufferIndex, numBytes);
+        case Rem_Control:
+            return control(bufferIndex);
+        default:
+            return badCommand(bufferIndex, numBytes);
+    }
+}
+
+void Tovel::primSend(int bufferIndex, int numBytes) {
+    state_ = 5;
+    sMsgSz_ = 5 + (recvBuffer_[3] * 256 + recvBuffer_[4]);
+    if (bufferIndex < sMsgSz_) {
+        host::NKDbgPrintfW(
+            L"\nMsg Fragment(Prim_Send): needed %d have %d (numbytes=%d) wait for more...\n",
+            sMsgSz_, bufferIndex, numBytes);
+        sMsgSz_ = 0;
+        return;
+    }
+    ctlr_->link->primitiveSendData(recvBuffer_ + 1, sMsgSz_ - 1);
+}
+
+void Tovel::primGet(int bufferIndex, int numBytes) {
+    state_ = 6;
+    sMsgSz_ = 5;
+    if (bufferIndex < 5) {
+        host::NKDbgPrintfW(
+            L"\nMsg Fragment(Prim_Get): needed %d have %d (numbytes=%d) wait for more...\n", 5,
+            bufferIndex, numBytes);
+        sMsgSz_ = 0;
+        return;
+    }
+    state_ = 7;
+    int length = (recvBuffer_[3] * 256 + recvBuffer_[4]) + 4;
+    const dspStatus status = ctlr_->link->primitiveGetData(boardData_, &length);
+    // A length the link refuses (above 8184) has no place in the reply
+    // record: the refusal is answered with no data.
+    const std::uint32_t replyLength =
+        length <= kReplyDataMax ? static_cast<std::uint32_t>(length) : 0;
+    state_ = 8;
+    if (sendReply(static_cast<std::uint32_t>(status), replyLength, boardData_) ==
+        host::SOCKET_ERROR)
+        sendError(L"Socket Error in Rem_PrimGet/Send: ");
+}
+
+void Tovel::getStatus(int bufferIndex, int numBytes) {
+    sMsgSz_ = 5;
+    state_ = 9;
+    if (bufferIndex < 5) {
+        host::NKDbgPrintfW(
+            L"\nMsg Fragment(GetStatus): needed %d have %d (numbytes=%d) wait for more...\n", 5,
+            bufferIndex, numBytes);
+        sMsgSz_ = 0;
+        return;
+    }
+    state_ = 10;
+    DWORD size = 64;
+    const dspStatus status = ctlr_->link->primitiveGetStatus(boardData_ + 1, &size);
+    state_ = 11;
+    checkSend(sendReply(static_cast<std::uint32_t>(status), 65, boardData_), 8 + 65,
+              L"Rem_GetStatus");
+}
+
+long long Tovel::longFormLength(int bufferIndex) const {
+    if (bufferIndex < 8) return -1;
+    return kLongHeader + static_cast<long long>(le32(recvBuffer_ + 4));
+}
+
+void Tovel::atomicGet(int bufferIndex) {
+    state_ = 12;
+    const long long total = longFormLength(bufferIndex);
+    if (total < 0 || bufferIndex < total) {
+        sMsgSz_ = 0;
+        return;
+    }
+    sMsgSz_ = static_cast<int>(total);
+    state_ = 13;
+    const std::uint32_t size = le32(recvBuffer_ + 4);
+    const std::uint32_t replyLength = le32(recvBuffer_ + 12);
+    dspStatus status = dspUsbCommFailed;
+    std::uint32_t sentLength = 0;
+    // A reply length the link would refuse never reaches the board: it could
+    // not fit the reply record; the refusal is answered with no data.
+    if (replyLength <= kMaxPayload) {
+        int wanted = static_cast<int>(replyLength);
+        status = ctlr_->atomicGet(recvBuffer_[1], recvBuffer_ + kLongHeader, static_cast<int>(size),
+                                  recvBuffer_[8], boardData_, &wanted);
+        sentLength = replyLength;
+    }
+    state_ = 14;
+    checkSend(sendReply(static_cast<std::uint32_t>(status), sentLength, boardData_),
+              8 + static_cast<int>(sentLength), L"Rem_AtomicGet");
+}
+
+void Tovel::atomicSend(int bufferIndex, int numBytes) {
+    state_ = 15;
+    const long long total = longFormLength(bufferIndex);
+    if (total < 0 || bufferIndex < total) {
+        state_ = 29;
+        host::NKDbgPrintfW(
+            L"\nMsg Fragment(AtomicSend): needed %d have %d (numbytes=%d) wait for more...\n",
+            total < 0 ? kLongHeader : static_cast<int>(std::min<long long>(total, 0x7FFFFFFF)),
+            bufferIndex, numBytes);
+        sMsgSz_ = 0;
+        return;
+    }
+    sMsgSz_ = static_cast<int>(total);
+    state_ = 16;
+    // An error raised by the board call is dropped and the request still
+    // answered; its status is then the link's transfer failure.
+    std::uint32_t status = dspUsbCommFailed;
+    try {
+        status = static_cast<std::uint32_t>(ctlr_->atomicSend(
+            recvBuffer_[1], recvBuffer_ + kLongHeader, static_cast<int>(le32(recvBuffer_ + 4))));
+    } catch (...) {
+    }
+    state_ = 17;
+    checkSend(sendReply(status, 0, nullptr), 8, L"Rem_AtomicSend");
+}
+
+void Tovel::control(int bufferIndex) {
+    const long long total = longFormLength(bufferIndex);
+    if (total < 0 || bufferIndex < total) {
+        state_ = 29;
+        sMsgSz_ = 0;
+        return;
+    }
+    sMsgSz_ = static_cast<int>(total);
+    runControl(recvBuffer_[1], recvBuffer_ + kLongHeader, le32(recvBuffer_ + 4));
+    state_ = 2;
+    if (sendReply(controlStatus_, controlLength_, boardData_) == host::SOCKET_ERROR) {
+        sendError(L"Socket Error in Rem_Control/Send: ");
+        state_ = 4;
+    }
+}
+
+void Tovel::badCommand(int bufferIndex, int numBytes) {
+    state_ = 27;
+    sMsgSz_ = 0;
+    host::NKDbgPrintfW(L"\n\nBad command! buffer[0]=%d bufferIndex=%d sMsgSz=%d numBytes=%d\n",
+                       recvBuffer_[0], bufferIndex, 0, numBytes);
+    host::Sleep(2000);
+}
+
+int Tovel::sendReply(std::uint32_t status, std::uint32_t length, const std::uint8_t* data) {
+    putLe32(reply_, status);
+    putLe32(reply_ + 4, length);
+    if (length) std::memcpy(reply_ + 8, data, length);
+    return host::send(socket_.load(), reinterpret_cast<const char*>(reply_),
+                      static_cast<int>(8 + length), 0);
+}
+
+void Tovel::checkSend(int sent, int expected, const wchar_t* name) {
+    if (sent >= 1 && sent < expected) {
+        host::NKDbgPrintfW(L"%s: sent only %d of %d bytes!\n", name, sent, expected);
+    } else if (sent == host::SOCKET_ERROR) {
+        sendError((L"Socket Error in " + std::wstring(name) + L"/Send: ").c_str());
+    } else if (sent < 0) {
+        host::NKDbgPrintfW(L"%s: socket->send answers %d!\n", name, sent);
+    }
+}
+
+void Tovel::sendError(const wchar_t* prefix) {
+    const int code = host::WSAGetLastError();
+    statusMessage(prefix + describeSocketError(code) + L"\n");
+}
+
+std::wstring Tovel::describeSocketError(int error) {
+    if (error != static_cast<int>(WSAEWOULDBLOCK)) running_ = false;
+    switch (error) {
+        case 10022:
+            return L"WSAEINVAL ";
+        case 10035:
+            return L"WSAEWOULDBLOCK ";
+        case 10036:
+            return L"WSAEINPROGRESS ";
+        case 10038:
+            return L"WSAENOTSOCK ";
+        case 10040:
+            return L"WSAEMSGSIZE ";
+        case 10045:
+            return L"WSAEOPNOTSUPP ";
+        case 10050:
+            return L"WSAENETDOWN ";
+        case 10053:
+            return L"WSAECONNABORTED ";
+        case 10054:
+            return L"WSAECONNRESET ";
+        case 10057:
+            return L"WSAENOTCONN ";
+        case 10058:
+            return L"WSAESHUTDOWN ";
+        case 10060:
+            return L"WSAETIMEDOUT ";
+        case 10065:
+            return L"WSAEHOSTUNREACH ";
+        case 10093:
+            return L"WSANOTINITIALISED";
+        case 10101:
+            return L"WSAEDISCON ";
+        default:
+            return host::wformat(L"Unkown Error %u!", static_cast<unsigned>(error));
+    }
+}
