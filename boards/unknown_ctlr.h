@@ -23,7 +23,9 @@ class UnknownCtlr final : public UsbCtlr {
     // takes over the link. Null when the board is registered already or its
     // serial number lies in no known range (and assumeT1 is not set). Throws
     // what the kind's constructor throws when the boot fails. Needs
-    // registryLock.
+    // registryLock. The new controller joins its kind's array as soon as its
+    // constructor has finished, so the registry only ever owns complete
+    // controllers.
     UsbCtlr* createKindCtlr(bool bootIfAlive, bool flashAfterBoot);
 
     // Serial numbers outside every range make T1 boards.
