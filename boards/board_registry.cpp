@@ -136,8 +136,9 @@ struct Registry {
 
     static void purgeDeadCtlrs() {
         LogError(L"Purging DeadCtlrs ... ");
-        for (auto& ctlr : *UsbCtlr::DeadCtlrs) ctlr.reset();
-        UsbCtlr::DeadCtlrs->clear();
+        // A client session may still hold a retired board's controller (it
+        // answers its requests with 11); that one waits for a later purge.
+        std::erase_if(*UsbCtlr::DeadCtlrs, [](const auto& ctlr) { return ctlr->sessionPins.load() == 0; });
     }
 
     static void checkDeadWood() {

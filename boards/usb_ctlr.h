@@ -114,6 +114,9 @@ class UsbCtlr : public LinkOwner {
     std::unique_ptr<CommPolicy_USB> link;
     std::atomic<bool> flashed{false};   // result of the last flashCOF
     std::atomic<bool> removing{false};  // set once the registry retires the board
+    // Client sessions bound to this controller; a retired controller is
+    // deleted only once none holds it.
+    std::atomic<int> sessionPins{0};
     std::atomic<std::uint16_t> cofMajor{kUnknownVersion};
     std::atomic<std::uint16_t> cofMinor{kUnknownVersion};
 

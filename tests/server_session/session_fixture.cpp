@@ -1,0 +1,97 @@
+#include "tests/server_session/session_fixture.h"
+
+#include <chrono>
+#include <thread>
+
+namespace sessiontest {
+
+SessionTest::SessionTest() {
+    acceptAnyCofVersion = true;
+}
+
+SessionTest::~SessionTest() {
+    if (client != host::INVALID_SOCKET) host::closesocket(client);
+    if (session) {
+        session->stop();
+        waitUntilDone();
+        session.reset();
+    }
+}
+
+void SessionTest::startSession(std::initializer_list<sim::BoardKind> kinds) {
+    for (auto kind : kinds) boards.push_back(attach(kind));
+    UsbCtlr::EnumDevices(false, true, false);
+    ASSERT_GE(UsbCtlr::GetCtlrCount(), 1);
+    ctlr = UsbCtlr::GetCtlr(0);
+
+    host::SOCKET listener = host::socket(host::AF_INET, host::SOCK_STREAM, host::IPPROTO_TCP);
+    auto address = host::makeSockaddr(host::INADDR_LOOPBACK, 0);
+    ASSERT_EQ(host::bind(listener, reinterpret_cast<host::SOCKADDR*>(&address), sizeof address), 0);
+    ASSERT_EQ(host::listen(listener, 1), 0);
+    auto target = host::makeSockaddr(host::INADDR_LOOPBACK, host::localPort(listener));
+    client = host::socket(host::AF_INET, host::SOCK_STREAM, host::IPPROTO_TCP);
+    ASSERT_EQ(host::connect(client, reinterpret_cast<host::SOCKADDR*>(&target), sizeof target), 0);
+    host::SOCKET accepted = host::accept(listener, nullptr, nullptr);
+    host::closesocket(listener);
+    ASSERT_NE(accepted, host::INVALID_SOCKET);
+    DWORD timeout = 5000;
+    host::setsockopt(client, host::SOL_SOCKET, host::SO_RCVTIMEO,
+                     reinterpret_cast<const char*>(&timeout), sizeof timeout);
+    session = Tovel::create(ctlr, accepted, &owner);
+}
+
+void SessionTest::send(const Bytes& bytes) {
+    ASSERT_EQ(host::send(client, reinterpret_cast<const char*>(bytes.data()),
+                         static_cast<int>(bytes.size()), 0),
+              static_cast<int>(bytes.size()));
+}
+
+Bytes SessionTest::receive(std::size_t n) {
+    Bytes out(n);
+    std::size_t got = 0;
+    while (got < n) {
+        int r = host::recv(client, reinterpret_cast<char*>(out.data()) + got,
+                           static_cast<int>(n - got), 0);
+        if (r <= 0) {
+            ADD_FAILURE() << "connection gave " << r << " after " << got << " of " << n << " bytes";
+            out.resize(got);
+            return out;
+        }
+        got += static_cast<std::size_t>(r);
+    }
+    return out;
+}
+
+bool SessionTest::quietFor(DWORD ms) {
+    return host::selectRead(client, ms) == 0;
+}
+
+bool SessionTest::waitUntilDone(DWORD ms) {
+    for (DWORD waited = 0; waited < ms; waited += 5) {
+        if (!session->running() && session->isDoneOrHung()) return true;
+        std::this_thread::sleep_for(std::chrono::milliseconds(5));
+    }
+    return false;
+}
+
+Bytes SessionTest::longForm(std::uint8_t opcode, std::uint8_t command, const Bytes& payload,
+                            std::uint8_t replyOpcode, std::uint32_t replyLength) {
+    Bytes b(16, 0);
+    b[0] = opcode;
+    b[1] = command;
+    const auto size = static_cast<std::uint32_t>(payload.size());
+    for (int i = 0; i < 4; ++i) {
+        b[4 + i] = static_cast<std::uint8_t>(size >> (8 * i));
+        b[12 + i] = static_cast<std::uint8_t>(replyLength >> (8 * i));
+    }
+    b[8] = replyOpcode;
+    b.insert(b.end(), payload.begin(), payload.end());
+    return b;
+}
+
+std::uint32_t SessionTest::le32(const Bytes& b, std::size_t at) {
+    return b[at] | (b[at + 1] << 8) | (b[at + 2] << 16) |
+           (static_cast<std::uint32_t>(b[at + 3]) << 24);
+}
+
+}  // namespace sessiontest

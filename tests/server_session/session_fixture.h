@@ -1,0 +1,56 @@
+#pragma once
+// A session bound to a registered simulated board, driven by a client over a
+// real loopback connection.
+#include <atomic>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "platform/socket.h"
+#include "server/session_owner.h"
+#include "server/tovel.h"
+#include "tests/boards/board_fixture.h"
+
+namespace sessiontest {
+
+using Bytes = std::vector<std::uint8_t>;
+
+class FakeOwner : public SessionOwner {
+  public:
+    void requestRestart() override { ++restarts; }
+    host::CriticalSection& tovelLock() override { return lock; }
+    std::atomic<int> restarts{0};
+    host::CriticalSection lock;
+};
+
+class SessionTest : public boardtest::BoardTest {
+  protected:
+    SessionTest();
+    ~SessionTest() override;
+
+    // Registers the given board kinds and opens a session on the first board.
+    void startSession(std::initializer_list<sim::BoardKind> kinds = {sim::BoardKind::T1});
+
+    void send(const Bytes& bytes);
+    // Reads exactly n bytes (fails the test after a few seconds of real time).
+    Bytes receive(std::size_t n);
+    // True when nothing arrives within `ms` of real time.
+    bool quietFor(DWORD ms);
+    // Waits (real time) until the session's thread has ended.
+    bool waitUntilDone(DWORD ms = 5000);
+
+    static Bytes longForm(std::uint8_t opcode, std::uint8_t command, const Bytes& payload,
+                          std::uint8_t replyOpcode = 0, std::uint32_t replyLength = 0);
+    static Bytes control(std::uint8_t sub, const Bytes& payload = {}) {
+        return longForm(5, sub, payload);
+    }
+    static std::uint32_t le32(const Bytes& b, std::size_t at);
+
+    FakeOwner owner;
+    std::shared_ptr<Tovel> session;
+    UsbCtlr* ctlr = nullptr;
+    std::vector<std::shared_ptr<sim::SimDspBoard>> boards;
+    host::SOCKET client = host::INVALID_SOCKET;
+};
+
+}  // namespace sessiontest
