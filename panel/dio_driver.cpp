@@ -1,0 +1,150 @@
+#include "panel/dio_driver.h"
+
+#include <mutex>
+
+#include "panel/io_point.h"
+#include "platform/devices.h"
+#include "platform/dio_spi.h"
+#include "platform/files.h"
+#include "platform/handles.h"
+#include "platform/thread.h"
+
+namespace {
+
+// At exit only the thread of the process's driver is stopped; the object
+// itself stays, because output points (the LEDs) and the threads that blink
+// them live until the very end and may still write through it.
+struct StopAtExit {
+    DioDriver* driver;
+    ~StopAtExit() { driver->halt(); }
+};
+
+}  // namespace
+
+DioDriver* DioDriver::instance() {
+    static DioDriver* const driver = new DioDriver(L"DIO1:", 10);
+    static const StopAtExit stopper{driver};
+    return driver;
+}
+
+DioDriver::DioDriver(std::wstring deviceName, DWORD period)
+    : IODriver(period), deviceName_(std::move(deviceName)) {
+    if (start()) {
+        std::lock_guard<host::CriticalSection> points(pointsLock_);
+        sendDirection();
+    }
+}
+
+DioDriver::~DioDriver() {
+    halt();
+    std::lock_guard<host::CriticalSection> points(pointsLock_);
+    for (IOPoint*& point : points_) {
+        if (point) point->forgetRegistration(this);
+        point = nullptr;
+    }
+}
+
+void DioDriver::registerPoint(IOPoint* point, int line) {
+    if (!point || line < 0 || line >= lineCount) return;
+    std::lock_guard<host::CriticalSection> points(pointsLock_);
+    const DWORD bit = DWORD{1} << line;
+    if (point->isInput())
+        direction_ &= ~bit;
+    else
+        direction_ |= bit;
+    IOPoint* replaced = points_[line];
+    points_[line] = point;
+    point->noteRegistration(this);
+    if (replaced && replaced != point) release(replaced);
+    sendDirection();
+}
+
+void DioDriver::write(bool level, IOPoint* point) {
+    std::lock_guard<host::CriticalSection> points(pointsLock_);
+    for (int line = 0; line < lineCount; ++line) {
+        if (points_[line] != point) continue;
+        if (!point->isOutput()) return;
+        const DWORD bit = DWORD{1} << line;
+        if (level)
+            outputs_ |= bit;
+        else
+            outputs_ &= ~bit;
+        // Without a device (it could not be opened) the write fails silently.
+        std::lock_guard<host::CriticalSection> io(ioLock_);
+        DWORD written = 0;
+        host::WriteFile(handle_, &outputs_, sizeof outputs_, &written);
+        return;
+    }
+}
+
+void DioDriver::detach(IOPoint* point) {
+    std::lock_guard<host::CriticalSection> points(pointsLock_);
+    for (auto& slot : points_)
+        if (slot == point) slot = nullptr;
+}
+
+void DioDriver::release(IOPoint* point) {
+    for (IOPoint* slot : points_)
+        if (slot == point) return;  // still at another line
+    point->forgetRegistration(this);
+}
+
+DWORD DioDriver::direction() const {
+    std::lock_guard<host::CriticalSection> points(pointsLock_);
+    return direction_;
+}
+
+DWORD DioDriver::outputs() const {
+    std::lock_guard<host::CriticalSection> points(pointsLock_);
+    return outputs_;
+}
+
+IOPoint* DioDriver::pointAt(int line) const {
+    if (line < 0 || line >= lineCount) return nullptr;
+    std::lock_guard<host::CriticalSection> points(pointsLock_);
+    return points_[line];
+}
+
+void DioDriver::sendDirection() {
+    std::lock_guard<host::CriticalSection> io(ioLock_);
+    DWORD direction = direction_;
+    host::DeviceIoControl(handle_, host::IOCTL_DIO_SET_DIRECTION, &direction, sizeof direction,
+                          nullptr, 0, nullptr);
+}
+
+void DioDriver::run() {
+    const HANDLE device =
+        host::CreateFileW(deviceName_.c_str(), host::GENERIC_READ | host::GENERIC_WRITE, 0,
+                          host::OPEN_EXISTING, host::FILE_ATTRIBUTE_NORMAL);
+    {
+        std::lock_guard<host::CriticalSection> io(ioLock_);
+        handle_ = device;
+    }
+    ready();
+    if (device == INVALID_HANDLE_VALUE) return;
+    do {
+        poll(device);
+    } while (pause(period()));
+    std::lock_guard<host::CriticalSection> io(ioLock_);
+    host::CloseHandle(handle_);
+    handle_ = INVALID_HANDLE_VALUE;
+}
+
+void DioDriver::poll(HANDLE device) {
+    DWORD levels = 0;
+    DWORD read = 0;
+    {
+        std::lock_guard<host::CriticalSection> io(ioLock_);
+        // A failed or short read is not a change of every line: skip the round.
+        if (!host::ReadFile(device, &levels, sizeof levels, &read) || read != sizeof levels) return;
+    }
+    const DWORD changed = levels ^ lastBits_.load();
+    for (int line = 0; line < watchedLines; ++line) {
+        const DWORD bit = DWORD{1} << line;
+        if (!(changed & bit)) continue;
+        std::lock_guard<host::CriticalSection> points(pointsLock_);
+        IOPoint* point = points_[line];
+        if (point && point->isInput()) point->setValue((levels & bit) ? 1 : 0);
+    }
+    lastBits_ = levels;
+}

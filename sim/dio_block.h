@@ -1,0 +1,81 @@
+#pragma once
+// A simulated 32-line digital I/O block behind the stream driver "DIO1:".
+// Each line is an input (its level is set from outside, by a test or a
+// person) or an output (its level is what the program last wrote). Reads
+// answer the level of every line; an armed input line reports its edges by
+// setting the named event "DIOInt<line>".
+#include <memory>
+#include <mutex>
+#include <string>
+
+#include "platform/win_types.h"
+
+namespace sim {
+
+class DioBlock {
+  public:
+    static constexpr int lineCount = 32;
+
+    DioBlock();
+    ~DioBlock();
+    DioBlock(const DioBlock&) = delete;
+    DioBlock& operator=(const DioBlock&) = delete;
+
+    // --- The outside world.
+    // Sets the level applied to an input line (lines outside 0..31 are ignored).
+    void setInput(int line, bool level);
+    // Sets the levels applied to all lines at once, bit n = line n.
+    void setInputs(DWORD levels);
+    DWORD inputs() const;
+    // What a read of the device answers: outputs where the line is an
+    // output, the applied level elsewhere.
+    DWORD levels() const;
+    // The output word last written by the program, and one line of it.
+    DWORD outputs() const;
+    bool output(int line) const;
+    DWORD direction() const;  // bit set = output
+
+    // --- Interrupt state, as the program set it up.
+    DWORD interruptMask() const;  // bit set = the line does not report
+    DWORD armedRising() const;
+    DWORD armedFalling() const;
+
+    // --- Counters and faults for tests.
+    int reads() const;
+    int writes() const;
+    int directionRequests() const;
+    // While set, reads fail with ERROR_GEN_FAILURE.
+    void failReads(bool fail);
+
+    // --- The driver side (used by the stream driver's open instances).
+    bool read(void* buffer, DWORD size, DWORD* done, DWORD& error);
+    bool write(const void* buffer, DWORD size, DWORD* done, DWORD& error);
+    bool ioControl(DWORD code, const void* in, DWORD inSize, DWORD& error);
+
+  private:
+    // Applies new input levels; answers the lines whose edge must be reported.
+    DWORD applyInputs(DWORD newInputs);
+    void report(DWORD lines);
+    HANDLE eventFor(int line);
+
+    mutable std::mutex mutex_;
+    DWORD inputs_ = 0;
+    DWORD outputs_ = 0;
+    DWORD direction_ = 0;
+    DWORD mask_ = 0;
+    DWORD rising_ = 0;
+    DWORD falling_ = 0;
+    HANDLE events_[lineCount] = {};
+    int reads_ = 0;
+    int writes_ = 0;
+    int directionRequests_ = 0;
+    bool failReads_ = false;
+};
+
+// Registers a new block as the driver of `deviceName` and answers it; the
+// registration keeps it alive (and so does every open handle).
+std::shared_ptr<DioBlock> installDioBlock(const std::wstring& deviceName = L"DIO1:");
+// Removes the driver; handles already open keep working.
+void uninstallDioBlock(const std::wstring& deviceName = L"DIO1:");
+
+}  // namespace sim

@@ -1,0 +1,206 @@
+// I/O points: their queues, levels, kinds, listeners and updaters.
+#include <gtest/gtest.h>
+
+#include <atomic>
+
+#include "panel/digital_input.h"
+#include "panel/digital_output.h"
+#include "panel/io_updater.h"
+#include "panel/multi_digital_input.h"
+#include "panel_test_support.h"
+#include "recording_listeners.h"
+
+using panel_test::advanceUntil;
+using panel_test::DigitalRecorder;
+using panel_test::eventually;
+using panel_test::MultiRecorder;
+using panel_test::PointRecorder;
+
+namespace {
+
+class IOPointTest : public panel_test::ManualClockTest {};
+
+TEST_F(IOPointTest, QueueKeepsTheLatestValuesUpToItsDepthOldestFirst) {
+    DigitalInput input(3);
+    for (int raw : {1, 0, 1, 1}) input.setValue(raw);
+    EXPECT_EQ(input.queuedCount(), 3u);
+    EXPECT_EQ(input.currentValue(), IOValue(false));
+    input.removeEvent();
+    EXPECT_EQ(input.currentValue(), IOValue(true));
+    input.removeEvent();
+    input.removeEvent();
+    EXPECT_FALSE(input.hasEvents());
+    EXPECT_EQ(input.currentValue(), std::nullopt);
+    input.removeEvent();  // on an empty queue: nothing
+    EXPECT_EQ(input.queuedCount(), 0u);
+}
+
+TEST_F(IOPointTest, PointWithoutHistoryOrUpdaterKeepsNothing) {
+    DigitalInput input(0);
+    input.setValue(1);
+    EXPECT_FALSE(input.hasEvents());
+}
+
+TEST_F(IOPointTest, ActiveLevelDecidesWhatCountsAsOn) {
+    DigitalInput high(1, true);
+    DigitalInput low(1, false);
+    const std::pair<int, bool> highCases[] = {{1, true}, {7, true}, {0, false}, {-1, false}};
+    for (auto [raw, on] : highCases) {
+        high.setValue(raw);
+        EXPECT_EQ(high.currentValue(), IOValue(on)) << raw;
+    }
+    const std::pair<int, bool> lowCases[] = {{0, true}, {1, false}, {-1, false}};
+    for (auto [raw, on] : lowCases) {
+        low.setValue(raw);
+        EXPECT_EQ(low.currentValue(), IOValue(on)) << raw;
+    }
+}
+
+TEST_F(IOPointTest, KindsAnswerTheirQueries) {
+    DigitalInput input;
+    DigitalOutput output(0, nullptr);
+    MultiDigitalInput multi(1, 50, true);
+    EXPECT_TRUE(input.isInput());
+    EXPECT_FALSE(input.isOutput());
+    EXPECT_FALSE(input.isMulti());
+    EXPECT_FALSE(output.isInput());
+    EXPECT_TRUE(output.isOutput());
+    EXPECT_FALSE(output.isMulti());
+    EXPECT_TRUE(multi.isInput());
+    EXPECT_FALSE(multi.isOutput());
+    EXPECT_TRUE(multi.isMulti());
+    EXPECT_EQ(input.updater(), nullptr);
+    ASSERT_NE(multi.updater(), nullptr);
+    EXPECT_EQ(multi.updater()->priority(), host::THREAD_PRIORITY_NORMAL);
+}
+
+TEST_F(IOPointTest, OutputRemembersTheLastLevelWritten) {
+    DigitalOutput output(0, nullptr);
+    EXPECT_FALSE(output.isOn());
+    output.setOn();
+    EXPECT_TRUE(output.isOn());
+    output.setOff();
+    EXPECT_FALSE(output.isOn());
+    EXPECT_EQ(output.queuedCount(), 1u);
+}
+
+// Without history the listeners hear at once, in the setting thread, and get
+// the value just set even though the dispatch has already taken it off the
+// queue.
+TEST_F(IOPointTest, PointWithoutHistoryTellsListenersTheNewValueAtOnce) {
+    // Listeners first: they must outlive the points that call them.
+    MultiRecorder first;
+    MultiRecorder second;
+    MultiDigitalInput multi(0, 30000, true);
+    multi.addListener(&first);
+    multi.addListener(&second);
+    for (int code : {2, 3, 1, 0}) multi.setValue(code);
+    EXPECT_EQ(first.values.values(), (std::vector<int>{2, 3, 1, 0}));
+    EXPECT_EQ(second.values.values(), (std::vector<int>{2, 3, 1, 0}));
+    EXPECT_FALSE(multi.hasEvents());
+}
+
+TEST_F(IOPointTest, DigitalInputWithUpdaterTellsItsLevelToEveryKindOfListener) {
+    DigitalRecorder digital;
+    PointRecorder plain;
+    DigitalInput input(0, 50, false);
+    input.addListener(&digital);
+    input.IOPoint::addListener(&plain);
+    input.setValue(0);
+    input.setValue(1);
+    EXPECT_EQ(digital.levels.values(), (std::vector<bool>{true, false}));
+    EXPECT_EQ(digital.inputs.values(), (std::vector<DigitalInput*>{&input, &input}));
+    EXPECT_EQ(plain.points.values(), (std::vector<IOPoint*>{&input, &input}));
+}
+
+TEST_F(IOPointTest, QueuedValuesReachListenersWhenTheUpdaterPolls) {
+    MultiRecorder recorder;
+    MultiDigitalInput multi(1, 50, true);
+    multi.addListener(&recorder);
+    // Let the updater finish the round it makes as it starts.
+    ASSERT_TRUE(eventually([&] { return clock_->waiters() > 0; }));
+    multi.setValue(7);
+    EXPECT_EQ(recorder.values.count(), 0u);
+    clock_->advance(50);
+    ASSERT_TRUE(eventually([&] { return recorder.values.count() == 1; }));
+    EXPECT_EQ(recorder.values.values(), std::vector<int>{7});
+    EXPECT_FALSE(multi.hasEvents());
+}
+
+// Each round hands the listeners the value that is current after the removal;
+// the last round, which empties the queue, hands over the value it removed.
+TEST_F(IOPointTest, DeeperQueueIsDrainedOneRoundPerValue) {
+    MultiRecorder recorder;
+    MultiDigitalInput multi(2, 50, true);
+    multi.addListener(&recorder);
+    ASSERT_TRUE(eventually([&] { return clock_->waiters() > 0; }));
+    multi.setValue(1);
+    multi.setValue(2);
+    clock_->advance(50);
+    ASSERT_TRUE(eventually([&] { return recorder.values.count() == 2; }));
+    EXPECT_EQ(recorder.values.values(), (std::vector<int>{2, 2}));
+}
+
+TEST_F(IOPointTest, RemoveListenerTakesOutOneEntry) {
+    MultiRecorder kept;
+    MultiRecorder removed;
+    MultiRecorder stranger;
+    MultiDigitalInput multi(0, 30000, true);
+    multi.addListener(&removed);
+    multi.addListener(&kept);
+    multi.addListener(&removed);
+    EXPECT_TRUE(multi.removeListener(&removed));
+    EXPECT_FALSE(multi.removeListener(&stranger));
+    multi.setValue(5);
+    EXPECT_EQ(kept.values.count(), 1u);
+    EXPECT_EQ(removed.values.count(), 1u);
+    EXPECT_EQ(stranger.values.count(), 0u);
+}
+
+TEST_F(IOPointTest, PointWithLongUpdaterPeriodGoesAtOnce) {
+    // Neither the updater nor anything else may wait out its 30 s period.
+    auto multi = std::make_unique<MultiDigitalInput>(1, 30000, true);
+    multi->setValue(1);
+    const auto before = std::chrono::steady_clock::now();
+    multi.reset();
+    EXPECT_LT(std::chrono::steady_clock::now() - before, std::chrono::seconds(2));
+}
+
+// An owner of its own kind, like the knob: events are counted, and the
+// updater coalesces what happened between two polls into one notification.
+class Counter : public IOUpdateOwner {
+  public:
+    bool hasEvents() override { return count != reported; }
+    void removeEvent() override { reported = count.load(); }
+    std::atomic<int> count{0};
+    std::atomic<int> reported{0};
+};
+
+struct CountListener {
+    panel_test::Recorded<int> seen;
+};
+
+TEST_F(IOPointTest, UpdaterCoalescesAnOwnersEventsPerPoll) {
+    Counter owner;
+    CountListener a;
+    CountListener b;
+    IOUpdater<CountListener> updater(
+        owner, 50, [&owner](CountListener& l) { l.seen.add(owner.reported); },
+        host::THREAD_PRIORITY_BELOW_NORMAL);
+    updater.addListener(&a);
+    updater.addListener(&b);
+    updater.addListener(nullptr);
+    EXPECT_EQ(updater.listeners().size(), 2u);
+    EXPECT_EQ(updater.priority(), host::THREAD_PRIORITY_BELOW_NORMAL);
+    ASSERT_TRUE(eventually([&] { return clock_->waiters() > 0; }));
+    owner.count = 3;
+    owner.count = 4;
+    clock_->advance(50);
+    ASSERT_TRUE(eventually([&] { return b.seen.count() == 1; }));
+    EXPECT_EQ(a.seen.values(), std::vector<int>{4});
+    EXPECT_EQ(b.seen.values(), std::vector<int>{4});
+    ASSERT_TRUE(advanceUntil(*clock_, 50, [&] { return clock_->tickCount() >= 1500; }));
+    EXPECT_EQ(a.seen.count(), 1u);
+}
+
+}  // namespace
