@@ -153,7 +153,11 @@ int CeGetThreadPriority(HANDLE thread) {
 
 HANDLE GetCurrentThread() { return kCurrentThreadPseudoHandle; }
 
-DWORD GetCurrentThreadId() { return static_cast<DWORD>(self()->tid.load()); }
+DWORD GetCurrentThreadId() {
+    // A plain thread_local: safe even from static destructors at exit.
+    thread_local const pid_t tid = static_cast<pid_t>(::syscall(SYS_gettid));
+    return static_cast<DWORD>(tid);
+}
 
 BOOL GetExitCodeThread(HANDLE thread, DWORD* code) {
     auto t = threadOf(thread);
