@@ -1,0 +1,167 @@
+#include "server/tovel_ctlr.h"
+
+#include <algorithm>
+#include <mutex>
+
+#include "app/message_channels.h"
+#include "boards/usb_ctlr.h"
+#include "device/watchdog.h"
+#include "platform/clock.h"
+#include "platform/debug_out.h"
+#include "platform/handles.h"
+#include "platform/netif.h"
+#include "platform/process.h"
+#include "platform/text.h"
+#include "platform/thread.h"
+#include "server/network_report.h"
+#include "server/stream_socket.h"
+#include "server/tovel.h"
+
+namespace {
+
+// The singleton: `instancePointer` is what every thread reads; `owner`
+// holds the main thread's reference and is touched only by the main thread.
+std::atomic<TovelCtlr*> instancePointer{nullptr};
+std::shared_ptr<TovelCtlr>& owner() {
+    static std::shared_ptr<TovelCtlr> o;
+    return o;
+}
+
+unsigned addressOf(const void* p) {
+    return static_cast<unsigned>(reinterpret_cast<std::uintptr_t>(p));
+}
+
+}  // namespace
+
+TovelCtlr* TovelCtlr::instance() {
+    return createInstance(ThreadSet::all());
+}
+
+TovelCtlr* TovelCtlr::current() {
+    return instancePointer.load();
+}
+
+TovelCtlr* TovelCtlr::createInstance(ThreadSet threads) {
+    if (TovelCtlr* existing = instancePointer.load()) return existing;
+    std::shared_ptr<TovelCtlr> ctlr(new TovelCtlr());
+    owner() = ctlr;
+    instancePointer = ctlr.get();
+    ctlr->startThreads(ctlr, threads);
+    return ctlr.get();
+}
+
+void TovelCtlr::deleteInstance() {
+    std::shared_ptr<TovelCtlr> ctlr = std::move(owner());
+    if (!ctlr) return;
+    ctlr->m_running = false;
+    ctlr->terminateAllTovels();
+    instancePointer = nullptr;
+    {
+        std::lock_guard<host::CriticalSection> lock(ctlr->m_tovelLock);
+        ctlr->m_tovels.clear();
+    }
+    // The object itself goes when the last of its threads lets go of it.
+}
+
+TovelCtlr::TovelCtlr() {
+    // Every board accepts whatever program version it runs; set before any
+    // thread can enumerate.
+    acceptAnyCofVersion = true;
+}
+
+TovelCtlr::~TovelCtlr() {
+    for (auto& thread : m_threads) {
+        HANDLE h = thread.exchange(NULL_HANDLE);
+        if (h != NULL_HANDLE) host::CloseHandle(h);
+    }
+}
+
+void TovelCtlr::startThreads(const std::shared_ptr<TovelCtlr>& self, ThreadSet threads) {
+    struct Start {
+        bool wanted;
+        Thread which;
+        int priority;
+        const char* name;
+        std::function<DWORD()> body;
+        const wchar_t* failure;
+    };
+    // Each body holds a reference to the controller for as long as it runs.
+    const Start starts[] = {
+        {threads.watchdog, Thread::Watchdog, host::THREAD_PRIORITY_HIGHEST, "tovel-watchdog",
+         [self] { return self->WatchdogThread(); }, L"Unable to spawn watchdog thread! Exiting..."},
+        {threads.server, Thread::Server, host::THREAD_PRIORITY_BELOW_NORMAL, "tovel-server",
+         [self] { return self->serverThreadCallback(); },
+         L"Unable to spawn server thread! Exiting..."},
+        {threads.telnet, Thread::Telnet, host::THREAD_PRIORITY_BELOW_NORMAL, "tovel-telnet",
+         [self] { return self->TCPAlternateThread(kTelnetPort, telnetAnswer); },
+         L"Unable to spawn Telnet alternate thread! Exiting..."},
+        {threads.http, Thread::Http, host::THREAD_PRIORITY_BELOW_NORMAL, "tovel-http",
+         [self] { return self->TCPAlternateThread(kHttpPort, httpAnswer); },
+         L"Unable to spawn HTTP alternate thread! Exiting..."},
+    };
+    for (const Start& start : starts) {
+        if (!start.wanted) continue;
+        HANDLE h = host::CreateThread(start.body, start.priority, start.name);
+        if (h == NULL_HANDLE) {
+            statusMessage(start.failure);
+            host::ExitProcess(-1);
+        }
+        m_threads[static_cast<std::size_t>(start.which)] = h;
+    }
+}
+
+HANDLE TovelCtlr::threadHandle(Thread which) const {
+    return m_threads[static_cast<std::size_t>(which)].load();
+}
+
+// ---- Session supervision.
+
+void TovelCtlr::purgeDoneTovels() {
+    std::lock_guard<host::CriticalSection> lock(m_tovelLock);
+    bool removed = true;
+    while (removed) {
+        removed = false;
+        for (auto it = m_tovels.begin(); it != m_tovels.end(); ++it) {
+            if ((*it)->isDoneOrHung()) {
+                debugMessage(
+                    host::wformat(L"Tovel 0x%x is done; remove, delete\n", addressOf(it->get())));
+                m_tovels.erase(it);
+                removed = true;
+                break;  // start the walk again from the first session
+            }
+        }
+    }
+}
+
+void TovelCtlr::terminateAllTovels() {
+    std::lock_guard<host::CriticalSection> lock(m_tovelLock);
+    for (const auto& tovel : m_tovels) tovel->stop();
+}
+
+bool TovelCtlr::anyTovelActive() {
+    std::lock_guard<host::CriticalSection> lock(m_tovelLock);
+    return std::any_of(m_tovels.begin(), m_tovels.end(),
+                       [](const std::shared_ptr<Tovel>& t) { return !t->isDoneOrHung(); });
+}
+
+std::size_t TovelCtlr::tovelCount() {
+    std::lock_guard<host::CriticalSection> lock(m_tovelLock);
+    return m_tovels.size();
+}
+
+DWORD TovelCtlr::WatchdogThread() {
+    WatchDog::Singleton();  // the first call arms the hardware watchdog
+    host::NKDbgPrintfW(L"%u WatchDog::Singleton() invoked.\n", host::GetTickCount());
+    // The flags are tested before each sleep: a change during a sleep is
+    // followed by one more service.
+    while (m_running && !m_restartRequested) {
+        host::Sleep(kWatchdogPeriodMs);
+        WatchDog::Singleton()->service();
+    }
+    statusMessage(L"TovelCtlr::WatchdogThread thread exiting!\n");
+    return 0;
+}
+
+std::wstring TovelCtlr::logNetworkStatus() {
+    return networkStatusReport(host::GetIfTable);
+}

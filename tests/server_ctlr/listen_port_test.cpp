@@ -1,0 +1,81 @@
+// The remote-command port from the registry, its default and its repair.
+#include <gtest/gtest.h>
+
+#include <string>
+
+#include "platform/clock.h"
+#include "platform/registry.h"
+#include "server/tovel_ctlr.h"
+#include "tests/server_ctlr/ctlr_fixture.h"
+#include "tests/support/test_support.h"
+
+namespace {
+
+const std::string kPortKeyLine = "[HKEY_LOCAL_MACHINE\\COMM\\Firewall\\Rules\\InboundTovel]\n";
+
+class ListenPort : public ::testing::Test {
+  protected:
+    std::shared_ptr<host::ManualClock> clock = std::make_shared<host::ManualClock>();
+    host::ScopedClock scopedClock{clock};
+    testing_support::TempUnitRoot root;
+    testing_support::DebugCapture debug;
+    TovelCtlr* ctlr = TovelCtlr::createInstance(TovelCtlr::ThreadSet::none());
+
+    void SetUp() override { ctlrtest::installMarkerProgram(root, TovelCtlr::kRestartProgram); }
+    void TearDown() override { TovelCtlr::deleteInstance(); }
+};
+
+TEST_F(ListenPort, ConfiguredPortIsUsedQuietlyAndReadAfreshEachTime) {
+    ctlrtest::writeRegistry(root, kPortKeyLine + "\"Port\"=dword:00000fa0\n");
+    EXPECT_EQ(ctlr->getListenPort(), 4000u);
+    host::HKEY key = 0;
+    ASSERT_EQ(host::RegOpenKeyExW(host::HKEY_LOCAL_MACHINE, TovelCtlr::kPortKey, &key),
+              ERROR_SUCCESS);
+    const DWORD changed = 5001;
+    host::RegSetValueExW(key, L"Port", host::REG_DWORD, reinterpret_cast<const BYTE*>(&changed), 4);
+    host::RegCloseKey(key);
+    EXPECT_EQ(ctlr->getListenPort(), 5001u);
+    EXPECT_FALSE(debug.contains(L"Error"));
+    EXPECT_EQ(clock->totalSlept(), 0u);
+}
+
+TEST_F(ListenPort, MissingKeyMeansTheDefaultWithoutRepair) {
+    ctlrtest::writeRegistry(root,
+                            "[HKEY_LOCAL_MACHINE\\Platform]\n\"Name\"=\"Kestrix Platform\"\n");
+    EXPECT_EQ(ctlr->getListenPort(), 3445u);
+    EXPECT_TRUE(debug.contains(L"Error opening registry key, using port# 3445..."));
+    EXPECT_TRUE(testing_support::logContains(L"Error opening registry key, using port# 3445..."));
+    host::reloadRegistry();
+    host::HKEY key = 0;
+    EXPECT_NE(host::RegOpenKeyExW(host::HKEY_LOCAL_MACHINE, TovelCtlr::kPortKey, &key),
+              ERROR_SUCCESS);
+    EXPECT_EQ(clock->totalSlept(), 0u);
+    EXPECT_FALSE(ctlrtest::markerExists(root, TovelCtlr::kRestartProgram));
+}
+
+TEST_F(ListenPort, KeyWithoutPortIsRepairedAndTheUnitRestarted) {
+    ctlrtest::writeRegistry(root, kPortKeyLine + "\"Other\"=dword:00000001\n");
+    EXPECT_EQ(ctlr->getListenPort(), 3445u);
+    EXPECT_TRUE(debug.contains(L"Error #2 while reading port #; setting to 3445, restarting..."));
+    EXPECT_EQ(clock->totalSlept(), 5000u);
+    host::reloadRegistry();  // what was flushed to the file
+    DWORD port = 0;
+    ASSERT_TRUE(host::regReadDword(TovelCtlr::kPortKey, L"Port", &port));
+    EXPECT_EQ(port, 3445u);
+    EXPECT_TRUE(ctlrtest::eventually(
+        [&] { return ctlrtest::markerExists(root, TovelCtlr::kRestartProgram); }));
+}
+
+TEST_F(ListenPort, ValueTooLongForTheBufferIsRepairedToo) {
+    ctlrtest::writeRegistry(root, kPortKeyLine + "\"Port\"=\"" + std::string(600, '9') + "\"\n");
+    EXPECT_EQ(ctlr->getListenPort(), 3445u);
+    EXPECT_TRUE(debug.contains(L"Error #234 while reading port #; setting to 3445, restarting..."));
+    host::reloadRegistry();
+    DWORD port = 0;
+    ASSERT_TRUE(host::regReadDword(TovelCtlr::kPortKey, L"Port", &port));
+    EXPECT_EQ(port, 3445u);
+    EXPECT_TRUE(ctlrtest::eventually(
+        [&] { return ctlrtest::markerExists(root, TovelCtlr::kRestartProgram); }));
+}
+
+}  // namespace
