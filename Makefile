@@ -3,7 +3,7 @@ JOBS ?= 2
 CMAKE_FLAGS ?=
 TSAN_TESTS ?= 'dsplink|boards|registry|sim|platform'
 
-.PHONY: all deps build test asan tsan bench fuzz clean format
+.PHONY: all deps build test asan tsan bench fuzz clean format run
 
 all: build
 
@@ -29,6 +29,10 @@ tsan: deps
 	cmake -S . -B build-tsan -DCMAKE_BUILD_TYPE=Debug -DTOVEL_SANITIZE=thread $(CMAKE_FLAGS)
 	cmake --build build-tsan -j$(JOBS)
 	cd build-tsan && TSAN_OPTIONS=halt_on_error=1 ctest --output-on-failure -j$(JOBS) --timeout 600 -R $(TSAN_TESTS)
+
+run: deps build/CMakeCache.txt
+	cmake --build build -j$(JOBS) --target tovel
+	build/tovel --root ./unit
 
 bench: build
 	@for b in build/tovel_bench_*; do [ -x "$$b" ] && echo "== $$b" && "$$b"; done; true

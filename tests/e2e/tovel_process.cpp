@@ -1,0 +1,60 @@
+// Test-only process control; the program itself starts processes through
+// the host layer, which offers no waiting for them.
+#include "tests/e2e/tovel_process.h"
+
+#include <fcntl.h>
+#include <signal.h>
+#include <spawn.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <thread>
+
+extern char** environ;
+
+namespace e2e {
+
+TovelProcess::TovelProcess(const std::vector<std::string>& args, const std::string& outputFile) {
+    std::vector<std::string> words{std::string(TOVEL_BUILD_DIR) + "/tovel"};
+    words.insert(words.end(), args.begin(), args.end());
+    std::vector<char*> argv;
+    for (auto& w : words) argv.push_back(w.data());
+    argv.push_back(nullptr);
+    posix_spawn_file_actions_t actions;
+    posix_spawn_file_actions_init(&actions);
+    posix_spawn_file_actions_addopen(&actions, 1, outputFile.c_str(), O_WRONLY | O_CREAT | O_TRUNC,
+                                     0644);
+    posix_spawn_file_actions_adddup2(&actions, 1, 2);
+    pid_t pid = 0;
+    if (posix_spawn(&pid, argv[0], &actions, nullptr, argv.data(), environ) == 0) pid_ = pid;
+    posix_spawn_file_actions_destroy(&actions);
+}
+
+TovelProcess::~TovelProcess() {
+    if (pid_ > 0 && !exitCode_) {
+        ::kill(pid_, SIGKILL);
+        int status = 0;
+        ::waitpid(pid_, &status, 0);
+    }
+}
+
+std::optional<int> TovelProcess::waitForExit(std::chrono::milliseconds limit) {
+    if (exitCode_ || pid_ <= 0) return exitCode_;
+    const auto until = std::chrono::steady_clock::now() + limit;
+    for (;;) {
+        int status = 0;
+        const pid_t done = ::waitpid(pid_, &status, WNOHANG);
+        if (done == pid_) {
+            exitCode_ = WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status);
+            return exitCode_;
+        }
+        if (std::chrono::steady_clock::now() >= until) return std::nullopt;
+        std::this_thread::sleep_for(std::chrono::milliseconds(5));
+    }
+}
+
+void TovelProcess::terminate() {
+    if (pid_ > 0 && !exitCode_) ::kill(pid_, SIGTERM);
+}
+
+}  // namespace e2e

@@ -1,0 +1,119 @@
+// tovel: the instrument's controller process on a host, with simulated DSP
+// boards and watchdog hardware behind the host drivers.
+#include <CLI/CLI.hpp>
+
+#include <cstdio>
+#include <iostream>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "app/headless_display.h"
+#include "app/tovel_app.h"
+#include "boards/usb_ctlr.h"
+#include "platform/debug_out.h"
+#include "platform/files.h"
+#include "platform/process.h"
+#include "platform/signals.h"
+#include "platform/socket.h"
+#include "sim/dsp_bus.h"
+#include "sim/watchdog_hardware.h"
+#include "tools/tovel/start_options.h"
+#include "tools/tovel/unit_layout.h"
+
+namespace {
+
+constexpr int kUsageExitCode = 2;
+constexpr int kSetupExitCode = 1;
+
+struct Options {
+    std::string root = "./unit";
+    std::string boards = "t1,rf,ip,pots";
+    std::vector<std::string> portMaps;
+    bool headless = false;
+    std::string debugLog;
+};
+
+// The status display the operator closes to end the program. Only the
+// headless display exists so far, so both choices print status lines; a
+// window display goes in here when there is one.
+std::unique_ptr<StatusWindow> makeStatusWindow(bool headless, HANDLE closeEvent) {
+    (void)headless;
+    return std::make_unique<HeadlessDisplay>(stdout, closeEvent);
+}
+
+int fail(int code, const std::string& message) {
+    std::cerr << "tovel: " << message << "\n";
+    return code;
+}
+
+int run(int argc, char** argv) {
+    Options options;
+    CLI::App cli{"Tovel: the test instrument's controller, with simulated DSP boards", "tovel"};
+    cli.add_option("--root", options.root, "The unit's file system (created when new)")
+        ->capture_default_str();
+    cli.add_option("--boards", options.boards,
+                   "Simulated boards: KIND[:SERIAL],... with KIND t1, rf, ip, ipg or pots; "
+                   "none for no board")
+        ->capture_default_str();
+    cli.add_option("--port-map", options.portMaps,
+                   "PORT=HOSTPORT: bind HOSTPORT when the program asks for PORT (repeatable)");
+    cli.add_flag("--headless", options.headless, "No status window; status lines go to stdout");
+    cli.add_option("--debug-log", options.debugLog, "Write the debug output to FILE");
+    try {
+        cli.parse(argc, argv);
+    } catch (const CLI::Success& e) {
+        return cli.exit(e);
+    } catch (const CLI::ParseError& e) {
+        cli.exit(e);
+        return kUsageExitCode;
+    }
+
+    // Every argument is checked before anything starts.
+    std::string error;
+    const auto boards = tovelcmd::parseBoardList(options.boards, error);
+    if (!boards) return fail(kUsageExitCode, "--boards: " + error);
+    std::vector<tovelcmd::PortMapping> portMaps;
+    for (const std::string& text : options.portMaps) {
+        const auto mapping = tovelcmd::parsePortMapping(text, error);
+        if (!mapping) return fail(kUsageExitCode, "--port-map: " + error);
+        portMaps.push_back(*mapping);
+    }
+
+    host::setUnitRoot(options.root);
+    const auto layout = tovelcmd::layOutUnit();
+    if (!layout.ok) return fail(kSetupExitCode, layout.error);
+    for (const std::string& created : layout.created)
+        std::cout << "tovel: created " << created << "\n";
+    if (!options.debugLog.empty() && !host::setDebugFile(options.debugLog))
+        return fail(kSetupExitCode, "cannot open the debug log " + options.debugLog);
+    for (const auto& mapping : portMaps) host::setPortMap(mapping.programPort, mapping.hostPort);
+
+    // Before any thread starts, so that every thread inherits the handlers.
+    const HANDLE stopEvent = host::stopSignalEvent();
+    if (stopEvent == NULL_HANDLE) return fail(kSetupExitCode, "cannot install the signal handlers");
+
+    // The simulated hardware lives as long as the process.
+    sim::WatchdogHardware watchdog;
+    auto bus = sim::installDspBus(/*announceChanges=*/false);
+    for (const auto& choice : *boards) {
+        sim::BoardSpec spec = sim::defaultBoardSpec(choice.kind);
+        spec.detail.serial = choice.serial;
+        if (!bus->attach(spec)) return fail(kSetupExitCode, "cannot attach the boards");
+    }
+    UsbCtlr::ConnectDeviceChangeSources();
+    // Boards plugged in from now on are announced like on the unit.
+    bus->setAnnounceChanges(true);
+
+    CTovelApp app([&] { return makeStatusWindow(options.headless, stopEvent); });
+    const int code = app.run();
+    // The controller's other threads are not joined; the process ends here
+    // with them, as it did on the unit.
+    host::ExitProcess(code);
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+    return run(argc, argv);
+}
