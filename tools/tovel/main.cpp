@@ -13,10 +13,14 @@
 #include "boards/usb_ctlr.h"
 #include "platform/debug_out.h"
 #include "platform/files.h"
+#include "platform/line_server.h"
 #include "platform/process.h"
 #include "platform/signals.h"
 #include "platform/socket.h"
+#include "sim/dio_block.h"
 #include "sim/dsp_bus.h"
+#include "sim/sim_console.h"
+#include "sim/spi_counter.h"
 #include "sim/watchdog_hardware.h"
 #include "tools/tovel/start_options.h"
 #include "tools/tovel/unit_layout.h"
@@ -25,6 +29,7 @@ namespace {
 
 constexpr int kUsageExitCode = 2;
 constexpr int kSetupExitCode = 1;
+constexpr const char* kControlSocket = "sim.sock";  // in the unit root, where tovelsim looks
 
 struct Options {
     std::string root = "./unit";
@@ -104,9 +109,22 @@ int run(int argc, char** argv) {
     UsbCtlr::ConnectDeviceChangeSources();
     // Boards plugged in from now on are announced like on the unit.
     bus->setAnnounceChanges(true);
+    auto dio = sim::installDioBlock();
+    auto knobCounter = sim::installSpiCounter();
+
+    // The simulated hardware's control channel (tovelsim); the unit runs
+    // without it if the socket cannot be made.
+    sim::SimConsole console(bus, dio, knobCounter);
+    host::LineServer control;
+    std::string controlError;
+    if (!control.start(
+            options.root + "/" + kControlSocket,
+            [&console](const std::string& line) { return console.execute(line); }, controlError))
+        std::cerr << "tovel: no control channel: " << controlError << "\n";
 
     CTovelApp app([&] { return makeStatusWindow(options.headless, stopEvent); });
     const int code = app.run();
+    control.stop();
     // The controller's other threads are not joined; the process ends here
     // with them, as it did on the unit.
     host::ExitProcess(code);
