@@ -14,14 +14,6 @@
 #include "server/tovel.h"
 #include "server/tovel_ctlr.h"
 
-namespace {
-
-unsigned addressOf(const void* p) {
-    return static_cast<unsigned>(reinterpret_cast<std::uintptr_t>(p));
-}
-
-}  // namespace
-
 DWORD TovelCtlr::serverThreadCallback() {
     // The start-up steps run inside the handler as well: an exception that
     // ended this thread silently would leave a unit that services its
@@ -82,7 +74,7 @@ void TovelCtlr::acceptOneClient() {
             tovel = Tovel::create(ctlr, client.detach(), this);
             m_tovels.push_back(tovel);
         }
-        debugMessage(host::wformat(L"Created Tovel 0x%x\n", addressOf(tovel.get())));
+        debugMessage(host::wformat(L"Created Tovel 0x%x\n", logAddress(tovel.get())));
     }
     purgeDoneTovels();
     if (!shouldListen()) {

@@ -27,9 +27,14 @@ std::shared_ptr<TovelCtlr>& owner() {
     return o;
 }
 
-unsigned addressOf(const void* p) {
-    return static_cast<unsigned>(reinterpret_cast<std::uintptr_t>(p));
+// Sessions of a deleted controller; never freed.
+std::vector<std::shared_ptr<Tovel>>& sessionsKeptUntilExit() {
+    static auto* kept = new std::vector<std::shared_ptr<Tovel>>();
+    return *kept;
 }
+
+constexpr DWORD kDeleteLockWaitMs = 2000;
+constexpr DWORD kLockPollMs = 10;
 
 }  // namespace
 
@@ -54,10 +59,22 @@ void TovelCtlr::deleteInstance() {
     std::shared_ptr<TovelCtlr> ctlr = std::move(owner());
     if (!ctlr) return;
     ctlr->m_running = false;
-    ctlr->terminateAllTovels();
+    // The registry's orderly end, which comes first, keeps the registry lock
+    // for good; a server thread that waits for the registry inside
+    // findFreeCtlr then holds m_tovelLock for good as well. Rather than hang
+    // the end of the process, the deletion then leaves the sessions to end
+    // with the process.
+    std::unique_lock<host::CriticalSection> lock(ctlr->m_tovelLock, std::defer_lock);
+    for (DWORD waited = 0; !lock.try_lock() && waited < kDeleteLockWaitMs; waited += kLockPollMs)
+        host::Sleep(kLockPollMs);
+    if (lock.owns_lock()) ctlr->terminateAllTovels();
     instancePointer = nullptr;
-    {
-        std::lock_guard<host::CriticalSection> lock(ctlr->m_tovelLock);
+    // The list goes, the sessions stay: a session may still reach its board
+    // controller, which the registry's orderly end has deleted already, so
+    // sessions are kept until the process ends instead of being deleted here.
+    if (lock.owns_lock()) {
+        auto& kept = sessionsKeptUntilExit();
+        kept.insert(kept.end(), ctlr->m_tovels.begin(), ctlr->m_tovels.end());
         ctlr->m_tovels.clear();
     }
     // The object itself goes when the last of its threads lets go of it.
@@ -124,7 +141,7 @@ void TovelCtlr::purgeDoneTovels() {
         for (auto it = m_tovels.begin(); it != m_tovels.end(); ++it) {
             if ((*it)->isDoneOrHung()) {
                 debugMessage(
-                    host::wformat(L"Tovel 0x%x is done; remove, delete\n", addressOf(it->get())));
+                    host::wformat(L"Tovel 0x%x is done; remove, delete\n", logAddress(it->get())));
                 m_tovels.erase(it);
                 removed = true;
                 break;  // start the walk again from the first session

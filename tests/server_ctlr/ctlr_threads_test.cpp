@@ -114,20 +114,19 @@ TEST_F(CtlrThreads, WatchdogIsServicedEveryMinuteAndOnceMoreAfterARestartRequest
     EXPECT_EQ(vendor.calls().service, 2);
 }
 
-TEST_F(CtlrThreads, DeletingTheControllerEndsTheWatchdogServices) {
+TEST_F(CtlrThreads, ClearingRunningEndsTheWatchdogServices) {
+    // What deleting the controller and the power-fail shutdown both do first.
     clock->setMode(host::ManualClock::SleepMode::Block);
     sim::VendorWatchdogLibrary vendor({}, /*monitor=*/false);
     TovelCtlr* ctlr = TovelCtlr::createInstance(
         {.watchdog = true, .server = false, .telnet = false, .http = false});
-    (void)ctlr;
+    const HANDLE thread = ctlr->threadHandle(TovelCtlr::Thread::Watchdog);
     ASSERT_TRUE(eventually([&] { return clock->waiters() == 1; }));
-    TovelCtlr::deleteInstance();
-    EXPECT_EQ(TovelCtlr::current(), nullptr);
+    ctlr->stopRunning();
     clock->advance(60000);
-    // The thread held the last reference; its handle went with the object.
-    ASSERT_TRUE(
-        eventually([&] { return debug.contains(L"TovelCtlr::WatchdogThread thread exiting!\n"); }));
+    ASSERT_TRUE(eventually([&] { return ended(thread); }));
     EXPECT_EQ(vendor.calls().service, 1);
+    EXPECT_TRUE(testing_support::logContains(L"TovelCtlr::WatchdogThread thread exiting!"));
 }
 
 TEST_F(CtlrThreads, WithoutBoardsAClientIsDroppedAndTheEarStaysOpen) {

@@ -34,6 +34,10 @@ class RecordingWindow final : public StatusWindow {
     }
     void runModal() override {
         controllerWhileOpen_ = TovelCtlr::current() != nullptr;
+        // Closed once the server waits for clients and logs no more: the
+        // registry's end closes the event log file under the server's feet.
+        ctlrtest::eventually(
+            [] { return host::boundHostPort(TovelCtlr::kDefaultPort).has_value(); });
         statusMessage(L"shown while open\n");
     }
 
@@ -44,8 +48,11 @@ class RecordingWindow final : public StatusWindow {
 };
 
 TEST(TovelApp, ControllerRunsWhileTheDisplayIsOpenAndEndsAfterTheRegistry) {
-    // On the real clock: the controller's threads are never joined, and its
-    // watchdog thread sleeps until the process ends.
+    // The controller's threads are never joined: its watchdog thread sleeps
+    // on the real clock until the process ends, so that clock is one that
+    // process exit does not destroy.
+    static host::RealClock* const lasting = new host::RealClock;
+    host::setClock(std::shared_ptr<host::Clock>(lasting, [](host::Clock*) {}));
     testing_support::TempUnitRoot root;
     ctlrtest::ExitRecorder exits;
     ctlrtest::writeRegistry(
