@@ -1,0 +1,87 @@
+#pragma once
+// Shared pieces of the knob tests: virtual time, a listener that records what
+// it hears, a unit root that names the platform, and the simulated counter.
+#include <gtest/gtest.h>
+
+#include <atomic>
+#include <chrono>
+#include <functional>
+#include <memory>
+#include <mutex>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "panel/knob.h"
+#include "panel/multi_digital_input.h"
+#include "platform/clock.h"
+#include "sim/spi_counter.h"
+#include "tests/support/test_support.h"
+
+namespace knob_test {
+
+// True once `condition` holds, false if it still does not after `limit` of real time.
+bool eventually(const std::function<bool()>& condition,
+                std::chrono::milliseconds limit = std::chrono::seconds(5));
+// Moves virtual time on in `step`s until `condition` holds (or real time runs out).
+bool advanceUntil(host::ManualClock& clock, DWORD step, const std::function<bool()>& condition,
+                  std::chrono::milliseconds limit = std::chrono::seconds(5));
+
+// Keeps moving virtual time on from a thread of its own while it lives.
+class ClockPusher {
+  public:
+    ClockPusher(host::ManualClock& clock, DWORD step);
+    ~ClockPusher();
+
+  private:
+    std::atomic<bool> stop_{false};
+    std::thread thread_;
+};
+
+class Recorder : public KnobEventListener {
+  public:
+    void newValue(int count, float rate) override;
+    std::vector<int> counts() const;
+    std::vector<float> rates() const;
+    std::size_t calls() const { return counts().size(); }
+
+  private:
+    mutable std::mutex mutex_;
+    std::vector<int> counts_;
+    std::vector<float> rates_;
+};
+
+// Feeds line codes to a knob as its multi-bit input would.
+void feed(Knob& knob, std::initializer_list<int> codes);
+
+class KnobTest : public ::testing::Test {
+  protected:
+    // Waits until the knob's updater sleeps between rounds, so that what a test
+    // does next is seen by the round that the next advance() starts.
+    void waitForUpdaterPause(int timedWaiters = 1);
+    // One round of the updater: 50 ms of virtual time.
+    void nextRound();
+
+    std::shared_ptr<host::ManualClock> clock_ = std::make_shared<host::ManualClock>(1000);
+    host::ScopedClock scopedClock_{clock_};
+    testing_support::TempUnitRoot root_;
+};
+
+// A unit whose registry names its platform, the event "RotaryEvent" held
+// open by the test, and the simulated LS7366R on "SPI1:".
+class CounterKnobTest : public KnobTest {
+  protected:
+    void SetUp() override;
+    void TearDown() override;
+
+    void usePlatform(const std::string& name);
+    // Sets the event data and the event, as the SPI monitor does.
+    void signalCounter(DWORD value);
+    // Lets the knob's event monitor take its starting point.
+    void waitUntilMonitoring(Knob& knob);
+
+    HANDLE rotaryEvent_ = NULL_HANDLE;
+    std::shared_ptr<sim::Ls7366rCounter> chip_;
+};
+
+}  // namespace knob_test
