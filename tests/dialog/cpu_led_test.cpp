@@ -1,0 +1,284 @@
+// The CPU/LED thread: which lines the LEDs use on each board, the load value
+// from one measuring window, and the front-panel blink rate that follows the
+// client sessions.
+#include <condition_variable>
+
+#include "app/led_outputs.h"
+#include "panel/digital_output.h"
+#include "platform/thread.h"
+#include "server/tovel_ctlr.h"
+#include "sim/dio_block.h"
+#include "tests/dialog/dialog_fixture.h"
+
+namespace {
+
+using dialog_test::ClockDriver;
+using dialog_test::DialogTest;
+using dialog_test::eventually;
+using dialog_test::RecordingControls;
+
+std::vector<std::wstring> ledLines(const testing_support::DebugCapture& debug) {
+    std::vector<std::wstring> lines;
+    for (const auto& text : debug.texts())
+        if (text.find(L"GrnLED") != std::wstring::npos ||
+            text.find(L"FrontPanelLED") != std::wstring::npos)
+            lines.push_back(text);
+    return lines;
+}
+
+// ---- LED set-up per platform answer.
+
+TEST_F(DialogTest, KtxLedsAreLines6And0And14) {
+    onKtx();
+    DialogCore core(fakeEnvironment());
+    core.setUpLeds();
+    EXPECT_EQ(leds_.asked(), (std::vector<int>{6, 0, 14}));
+    EXPECT_EQ(ledLines(debug_), (std::vector<std::wstring>{
+                                    L"  Init (KTX) GrnLED\n", L"  Init (KTX) FrontPanelLED\n",
+                                    L"  Start Blink GrnLED\n", L"  Start Blink FrontPanelLED\n"}));
+    ASSERT_NE(core.greenBlinker(), nullptr);
+    ASSERT_NE(core.frontPanelBlinker(), nullptr);
+    EXPECT_EQ(core.greenBlinker()->mode(), 2);
+    EXPECT_EQ(core.greenBlinker()->offTime(), 500u);
+    EXPECT_EQ(core.greenBlinker()->onTime(), 250u);
+    EXPECT_EQ(core.frontPanelBlinker()->mode(), 6);
+    EXPECT_EQ(core.frontPanelBlinker()->offTime(), 500u);
+    EXPECT_EQ(core.frontPanelBlinker()->onTime(), 500u);
+}
+
+TEST_F(DialogTest, VbqLedsAreLines19And14And15) {
+    onVbq();
+    DialogCore core(fakeEnvironment());
+    core.setUpLeds();
+    EXPECT_EQ(leds_.asked(), (std::vector<int>{19, 14, 15}));
+    EXPECT_EQ(ledLines(debug_), (std::vector<std::wstring>{
+                                    L"  Init (VBQ) GrnLED\n", L"  Init (VBQ) FrontPanelLED\n",
+                                    L"  Start Blink GrnLED\n", L"  Start Blink FrontPanelLED\n"}));
+}
+
+TEST_F(DialogTest, UnreadablePlatformUsesTheKtxLines) {
+    // No "\Platform" key at all.
+    DialogCore core(fakeEnvironment());
+    core.setUpLeds();
+    ASSERT_EQ(getPlatform(), PlatformUnreadable);
+    EXPECT_EQ(leds_.asked(), (std::vector<int>{6, 0, 14}));
+    EXPECT_TRUE(debug_.contains(L"  Init (KTX) GrnLED\n"));
+}
+
+TEST_F(DialogTest, ABlinkerWhoseLineCannotBeHadIsSkipped) {
+    onVbq();
+    auto env = fakeEnvironment();
+    env.makeLedLine = [this](int line) {
+        return line == 19 ? nullptr : leds_.make(line);  // no green LED
+    };
+    DialogCore core(env);
+    core.setUpLeds();
+    EXPECT_EQ(core.greenBlinker(), nullptr);
+    ASSERT_NE(core.frontPanelBlinker(), nullptr);
+    EXPECT_FALSE(debug_.contains(L"  Start Blink GrnLED\n"));
+    EXPECT_TRUE(debug_.contains(L"  Start Blink FrontPanelLED\n"));
+    const LedStates states = core.ledStates();
+    EXPECT_TRUE(states.present);
+    EXPECT_FALSE(states.green);
+}
+
+TEST_F(DialogTest, TheLedsBlinkOnTheSimulatedDigitalOutputs) {
+    onVbq();
+    auto dio = sim::installDioBlock();
+    auto env = DialogCore::Environment::unit();
+    env.threadCpuMs = [this] { return cpuMs_.load(); };
+    DialogCore core(env);
+    core.setUpLeds();
+    // Lines 19, 14 and 15 are outputs now, all dark to begin with.
+    ASSERT_TRUE(eventually([&] { return (dio->direction() & 0x0008C000u) == 0x0008C000u; }));
+    // A blinker whose first pass came before its mode was set pauses 50 ms
+    // in mode 0. Then the green LED is lit for 250 ms and the front panel's
+    // line B for 500 ms; line A stays dark in mode 6.
+    time_->advance(50);
+    ASSERT_TRUE(eventually([&] { return dio->output(19) && dio->output(15); }));
+    EXPECT_FALSE(dio->output(14));
+    const LedStates lit = core.ledStates();
+    EXPECT_TRUE(lit.green);
+    EXPECT_TRUE(lit.frontB);
+    EXPECT_FALSE(lit.frontA);
+    time_->advance(250);
+    ASSERT_TRUE(eventually([&] { return !dio->output(19); }));
+    EXPECT_TRUE(dio->output(15));  // still within its 500 ms
+    time_->advance(250);
+    ASSERT_TRUE(eventually([&] { return !dio->output(15); }));
+    EXPECT_EQ(ledOutput(15), ledOutput(15));  // one output per line for the process
+}
+
+// ---- The load value.
+
+TEST(LoadValue, WholeWindowIsIdleNothingIsBusy) {
+    EXPECT_EQ(DialogCore::loadFromObtainedMs(200), 0);
+    EXPECT_EQ(DialogCore::loadFromObtainedMs(0), 100);
+    EXPECT_EQ(DialogCore::loadFromObtainedMs(100), 50);
+    EXPECT_EQ(DialogCore::loadFromObtainedMs(150), 25);
+    EXPECT_EQ(DialogCore::loadFromObtainedMs(1), 100);  // truncated towards busy
+    EXPECT_EQ(DialogCore::loadFromObtainedMs(230), 0);  // a coarse clock's overshoot
+}
+
+class MeasuringPass : public DialogTest {
+  protected:
+    // One pass in which the thread obtains `obtainedMs` of processor time;
+    // answers the virtual time the pass took.
+    DWORD passObtaining(DialogCore& core, std::uint64_t obtainedMs) {
+        const DWORD start = time_->tickCount();
+        {
+            ClockDriver driver(time_);
+            cpuMs_ += obtainedMs;  // what the thread "gets" while it spins
+            core.cpuMonitorPass();
+        }
+        return time_->tickCount() - start;
+    }
+};
+
+TEST_F(MeasuringPass, IdleMachineShowsZeroAndBusyMachineShowsAHundred) {
+    onKtx();
+    cpuMs_ = 123456;
+    DialogCore core(fakeEnvironment());
+    RecordingControls controls;
+    core.setUpLeds();
+    core.beginMeasuring();
+
+    EXPECT_GE(passObtaining(core, 200), 200u);  // the window runs on the host clock
+    EXPECT_EQ(core.cpuUsage(), 0);
+    core.dispatchMessages(controls);
+    ASSERT_EQ(controls.positions.size(), 1u);
+    EXPECT_EQ(controls.positions.back(), 0);
+
+    passObtaining(core, 0);
+    EXPECT_EQ(core.cpuUsage(), 100);
+    passObtaining(core, 60);
+    EXPECT_EQ(core.cpuUsage(), 70);
+    core.dispatchMessages(controls);
+    // The bar shows the value stored when the message is handled.
+    EXPECT_EQ(controls.positions.back(), 70);
+}
+
+TEST_F(MeasuringPass, ProcessorTimeThatWrapsItsLow32BitsStillMeasures) {
+    onKtx();
+    cpuMs_ = 0xFFFFFFFFull - 50;
+    DialogCore core(fakeEnvironment());
+    core.setUpLeds();
+    core.beginMeasuring();
+    passObtaining(core, 100);
+    EXPECT_EQ(core.cpuUsage(), 50);
+}
+
+// ---- The front-panel blink rate.
+
+TEST_F(MeasuringPass, FrontPanelBlinksFasterWhileASessionIsActive) {
+    onKtx();
+    DialogCore core(fakeEnvironment());
+    core.setUpLeds();
+    core.beginMeasuring();
+    const DualLedBlinker* frontPanel = core.frontPanelBlinker();
+    ASSERT_NE(frontPanel, nullptr);
+
+    passObtaining(core, 200);
+    EXPECT_EQ(frontPanel->offTime(), 500u);
+    EXPECT_EQ(frontPanel->onTime(), 500u);
+
+    sessionActive_ = true;
+    passObtaining(core, 200);
+    EXPECT_EQ(frontPanel->offTime(), 200u);
+    EXPECT_EQ(frontPanel->onTime(), 200u);
+
+    // Within one pass of the last session becoming done or hung.
+    sessionActive_ = false;
+    passObtaining(core, 200);
+    EXPECT_EQ(frontPanel->offTime(), 500u);
+    EXPECT_EQ(frontPanel->onTime(), 500u);
+    EXPECT_EQ(frontPanel->mode(), 6);
+}
+
+TEST_F(MeasuringPass, TheUnitsSessionTestNeitherMakesNorNeedsAController) {
+    onKtx();
+    auto env = fakeEnvironment();
+    env.anySessionActive = DialogCore::Environment::unit().anySessionActive;
+    DialogCore core(env);
+    core.setUpLeds();
+    core.beginMeasuring();
+    passObtaining(core, 200);
+    EXPECT_EQ(TovelCtlr::current(), nullptr);
+    EXPECT_EQ(core.frontPanelBlinker()->onTime(), 500u);
+
+    // A controller without sessions: still the idle rate.
+    TovelCtlr* ctlr = TovelCtlr::createInstance(TovelCtlr::ThreadSet::none());
+    ASSERT_NE(ctlr, nullptr);
+    passObtaining(core, 200);
+    EXPECT_EQ(core.frontPanelBlinker()->onTime(), 500u);
+    TovelCtlr::deleteInstance();
+}
+
+// ---- The initialisation.
+
+TEST_F(DialogTest, InitialisationSetsTheRangeAndStartsTheThreadAtIdlePriority) {
+    onVbq();
+    DialogCore core(fakeEnvironment());
+    RecordingControls controls;
+    EXPECT_TRUE(core.OnInitDialog(controls));
+    EXPECT_EQ(controls.rangeLow, 0);
+    EXPECT_EQ(controls.rangeHigh, 100);
+    ASSERT_NE(core.cpuMonitorThread(), NULL_HANDLE);
+    EXPECT_EQ(host::GetThreadPriority(core.cpuMonitorThread()), host::THREAD_PRIORITY_IDLE);
+    EXPECT_EQ(core.powerFailThread(), NULL_HANDLE);
+    // The thread sets up the LEDs, then measures on the host clock.
+    ASSERT_TRUE(eventually([&] { return core.frontPanelBlinker() != nullptr; }));
+    {
+        ClockDriver driver(time_);
+        ASSERT_TRUE(eventually([&] { return core.messages().pending() > 0; }));
+    }
+    core.dispatchMessages(controls);
+    ASSERT_FALSE(controls.positions.empty());
+    EXPECT_EQ(controls.positions.back(), 100);  // the stand-in time source never moves: busy
+}
+
+TEST_F(DialogTest, ADialogEndingWhileItsThreadIsHeldLeavesTheThreadToEndLater) {
+    onVbq();
+    struct Shared {
+        std::mutex mutex;
+        std::condition_variable opened;
+        bool open = false;
+        std::atomic<bool> held{false};
+        std::atomic<int> linesAlive{0};
+    };
+    auto shared = std::make_shared<Shared>();
+    struct CountedLine : dialog_test::FakeLine {
+        CountedLine(int line, std::shared_ptr<Shared> s) : FakeLine(line), shared(std::move(s)) {
+            ++shared->linesAlive;
+        }
+        ~CountedLine() override { --shared->linesAlive; }
+        std::shared_ptr<Shared> shared;
+    };
+    auto env = fakeEnvironment();
+    env.makeLedLine = [shared](int line) { return std::make_unique<CountedLine>(line, shared); };
+    // The session test waits, as it would in a session lock that never comes free.
+    env.anySessionActive = [shared] {
+        shared->held = true;
+        std::unique_lock<std::mutex> lock(shared->mutex);
+        shared->opened.wait(lock, [&] { return shared->open; });
+        return false;
+    };
+    {
+        ClockDriver driver(time_);
+        auto core = std::make_unique<DialogCore>(env);
+        RecordingControls controls;
+        core->OnInitDialog(controls);
+        ASSERT_TRUE(eventually([&] { return shared->held.load(); }));
+        core.reset();  // returns after its bounded wait
+    }
+    EXPECT_EQ(shared->linesAlive.load(), 3);  // the thread still has its LEDs
+    {
+        std::lock_guard<std::mutex> lock(shared->mutex);
+        shared->open = true;
+    }
+    shared->opened.notify_all();
+    // Let go, the thread ends and its LEDs with it.
+    EXPECT_TRUE(eventually([&] { return shared->linesAlive.load() == 0; }));
+}
+
+}  // namespace
