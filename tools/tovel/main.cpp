@@ -1,5 +1,6 @@
 // tovel: the instrument's controller process on a host, with simulated DSP
 // boards and watchdog hardware behind the host drivers.
+#include <unistd.h>
 #include <CLI/CLI.hpp>
 
 #include <cstdio>
@@ -9,7 +10,9 @@
 #include <vector>
 
 #include "app/headless_display.h"
+#include "app/headless_tovel_dlg.h"
 #include "app/tovel_app.h"
+#include "app/tovel_dlg.h"
 #include "boards/usb_ctlr.h"
 #include "platform/debug_out.h"
 #include "platform/files.h"
@@ -39,12 +42,17 @@ struct Options {
     std::string debugLog;
 };
 
-// The status display the operator closes to end the program. Only the
-// headless display exists so far, so both choices print status lines; a
-// window display goes in here when there is one.
-std::unique_ptr<StatusWindow> makeStatusWindow(bool headless, HANDLE closeEvent) {
-    (void)headless;
-    return std::make_unique<HeadlessDisplay>(stdout, closeEvent);
+// The status display the operator closes to end the program: the status
+// window when the program runs on a terminal, otherwise status lines on
+// stdout. Either way the dialog's own work (CPU/LED and power-fail threads)
+// runs. The window holds the debug output unless it goes to a file.
+std::unique_ptr<StatusWindow> makeStatusWindow(bool headless, bool debugToFile, HANDLE closeEvent) {
+    if (!headless && ::isatty(STDIN_FILENO) == 1 && ::isatty(STDOUT_FILENO) == 1 &&
+        CTovelDlg::terminalUsable())
+        return std::make_unique<CTovelDlg>(
+            CTovelDlg::Options{.closeEvent = closeEvent, .holdDebugOutput = !debugToFile});
+    return std::make_unique<HeadlessTovelDlg>(
+        std::make_unique<HeadlessDisplay>(stdout, closeEvent));
 }
 
 int fail(int code, const std::string& message) {
@@ -122,7 +130,8 @@ int run(int argc, char** argv) {
             [&console](const std::string& line) { return console.execute(line); }, controlError))
         std::cerr << "tovel: no control channel: " << controlError << "\n";
 
-    CTovelApp app([&] { return makeStatusWindow(options.headless, stopEvent); });
+    CTovelApp app(
+        [&] { return makeStatusWindow(options.headless, !options.debugLog.empty(), stopEvent); });
     const int code = app.run();
     control.stop();
     // The controller's other threads are not joined; the process ends here
