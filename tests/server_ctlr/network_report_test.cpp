@@ -2,6 +2,7 @@
 // error texts, and the machine's own table read through the host layer.
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <cstring>
 #include <filesystem>
 #include <fstream>
@@ -40,7 +41,8 @@ DWORD fakeReader(BYTE* table, DWORD* size, BOOL) {
 
 host::MIB_IFROW row(const char* name, DWORD status, DWORD speed) {
     host::MIB_IFROW r{};
-    std::strncpy(reinterpret_cast<char*>(r.bDescr), name, sizeof r.bDescr - 1);
+    const std::size_t length = std::min(std::strlen(name), sizeof r.bDescr - 1);
+    std::memcpy(r.bDescr, name, length);
     r.dwDescrLen = static_cast<DWORD>(std::strlen(name) + 1);
     r.dwOperStatus = status;
     r.dwSpeed = speed;
