@@ -134,11 +134,33 @@ struct Registry {
         UsbCtlr::updateCtlrCount();
     }
 
+    // The orderly end: every controller goes, except one that a client
+    // session still holds. That one is only marked removing (its requests
+    // answer 11 from now on) and parked among the dead, where it lasts until
+    // the process ends, so the session never touches a deleted controller.
+    template <class Kind>
+    static void destroyAllUnheld(std::vector<std::unique_ptr<Kind>>& array) {
+        for (auto& ctlr : array) {
+            if (ctlr->sessionPins.load() == 0) {
+                ctlr.reset();
+                continue;
+            }
+            std::unique_lock<CommPolicy> linkGuard;
+            if (ctlr->link) linkGuard = std::unique_lock<CommPolicy>(*ctlr->link);
+            ctlr->removing = true;
+            linkGuard = {};
+            UsbCtlr::DeadCtlrs->push_back(std::move(ctlr));
+        }
+        array.clear();
+        UsbCtlr::updateCtlrCount();
+    }
+
     static void purgeDeadCtlrs() {
         LogError(L"Purging DeadCtlrs ... ");
         // A client session may still hold a retired board's controller (it
         // answers its requests with 11); that one waits for a later purge.
-        std::erase_if(*UsbCtlr::DeadCtlrs, [](const auto& ctlr) { return ctlr->sessionPins.load() == 0; });
+        std::erase_if(*UsbCtlr::DeadCtlrs,
+                      [](const auto& ctlr) { return ctlr->sessionPins.load() == 0; });
     }
 
     static void checkDeadWood() {
@@ -276,10 +298,10 @@ void UsbCtlr::Shutdown() {
     registryLock->lock();
     host::NKDbgPrintfW(L"UsbCtlr::Shutdown()!");
     LogError(host::wformat(L"UsbCtlr::Shutdown() entered, have %d ctlrs", GetCtlrCount()));
-    Registry::destroyAll(*T1Ctlrs);
-    Registry::destroyAll(*EthernetCtlrs);
-    Registry::destroyAll(*RFCtlrs);
-    Registry::destroyAll(*AnalogCtlrs);
+    Registry::destroyAllUnheld(*T1Ctlrs);
+    Registry::destroyAllUnheld(*EthernetCtlrs);
+    Registry::destroyAllUnheld(*RFCtlrs);
+    Registry::destroyAllUnheld(*AnalogCtlrs);
     Registry::purgeDeadCtlrs();
     closeLogFileForShutdown();
 }

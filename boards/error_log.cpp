@@ -27,15 +27,19 @@ struct LogFile {
 std::unique_ptr<LogFile> logFile;
 int linesSinceSizeCheck = 0;
 
-std::wstring logPath() { return logFolder + L"\\" + kLogName; }
+std::wstring logPath() {
+    return logFolder + L"\\" + kLogName;
+}
 
 void openLogFile() {
     logFile = std::make_unique<LogFile>();
     DWORD attributes = host::GetFileAttributesW(logFolder.c_str());
-    if (attributes == host::INVALID_FILE_ATTRIBUTES || !(attributes & host::FILE_ATTRIBUTE_DIRECTORY))
+    if (attributes == host::INVALID_FILE_ATTRIBUTES ||
+        !(attributes & host::FILE_ATTRIBUTE_DIRECTORY))
         host::CreateDirectoryW(logFolder.c_str());
-    logFile->handle = host::CreateFileW(logPath().c_str(), host::GENERIC_READ | host::GENERIC_WRITE,
-                                        host::FILE_SHARE_READ | host::FILE_SHARE_WRITE, host::OPEN_ALWAYS);
+    logFile->handle =
+        host::CreateFileW(logPath().c_str(), host::GENERIC_READ | host::GENERIC_WRITE,
+                          host::FILE_SHARE_READ | host::FILE_SHARE_WRITE, host::OPEN_ALWAYS);
 }
 
 }  // namespace
@@ -50,8 +54,8 @@ void LogError(std::wstring msg) {
     try {
         host::SYSTEMTIME now{};
         host::GetLocalTime(&now);
-        std::wstring line = host::wformat(L"%02d/%02d/%d %02d:%02d:%02d ", now.wMonth, now.wDay, now.wYear, now.wHour,
-                                          now.wMinute, now.wSecond) +
+        std::wstring line = host::wformat(L"%02d/%02d/%d %02d:%02d:%02d ", now.wMonth, now.wDay,
+                                          now.wYear, now.wHour, now.wMinute, now.wSecond) +
                             msg + L"\r\n";
         if (!logFile) openLogFile();
         host::SetFilePointer(logFile->handle, 0, host::FILE_END);
@@ -88,7 +92,10 @@ void ManageLogSize() {
 
 }  // namespace eventlog
 
-void closeLogFileForShutdown() { logFile.reset(); }
+void closeLogFileForShutdown() {
+    std::lock_guard<host::CriticalSection> guard(logLock());
+    logFile.reset();
+}
 
 std::wstring FormatError() {
     const DWORD code = host::GetLastError();
@@ -96,6 +103,6 @@ std::wstring FormatError() {
         host::SetLastError(0);
         return *text;
     }
-    return host::wformat(L"Unable to get error string for %u (FormatError fails due to error #%u)!", code,
-                         host::GetLastError());
+    return host::wformat(L"Unable to get error string for %u (FormatError fails due to error #%u)!",
+                         code, host::GetLastError());
 }

@@ -42,7 +42,10 @@ class IOUpdater {
         listeners_.push_back(listener);
     }
     // Removes the first entry equal to `listener`; false when there is none.
+    // Waits for a dispatch in progress on another thread, so the caller may
+    // destroy the listener as soon as this returns.
     bool removeListener(Listener* listener) {
+        std::lock_guard<host::CriticalSection> dispatching(dispatchLock_);
         std::lock_guard<host::CriticalSection> guard(listenersLock_);
         auto it = std::find(listeners_.begin(), listeners_.end(), listener);
         if (it == listeners_.end()) return false;
@@ -67,8 +70,10 @@ class IOUpdater {
     // Tells every listener once, whatever the owner's events.
     void notifyAll() {
         std::lock_guard<host::CriticalSection> guard(dispatchLock_);
-        // A copy, so that a listener may add or remove listeners meanwhile.
-        for (Listener* listener : listeners()) notify_(*listener);
+        // A copy, so that a listener may add or remove listeners meanwhile;
+        // one removed by an earlier listener is no longer told.
+        for (Listener* listener : listeners())
+            if (isListening(listener)) notify_(*listener);
     }
 
     DWORD period() const { return period_; }
@@ -76,6 +81,10 @@ class IOUpdater {
     bool running() const { return thread_.running(); }
 
   private:
+    bool isListening(Listener* listener) const {
+        std::lock_guard<host::CriticalSection> guard(listenersLock_);
+        return std::find(listeners_.begin(), listeners_.end(), listener) != listeners_.end();
+    }
     void run() {
         while (!thread_.stopRequested()) {
             dispatch();

@@ -21,7 +21,7 @@ namespace {
 constexpr HANDLE kCurrentThreadPseudoHandle = ~HANDLE{0} - 1;
 
 class ThreadObject final : public Waitable {
-public:
+  public:
     ThreadObject() : Waitable(true, false) {}
     std::atomic<int> priority{THREAD_PRIORITY_NORMAL};
     std::atomic<int> rtPriority{251};  // where a normal thread sits on the real-time scale
@@ -138,7 +138,10 @@ BOOL CeSetThreadPriority(HANDLE thread, int level) {
         // process may use it (0 is the highest level, 99 Linux's highest).
         sched_param param{};
         param.sched_priority = 99 - level * 98 / 247;
-        pthread_setschedparam(t->native, SCHED_FIFO, &param);
+        // Without the right to real-time scheduling the thread still leaves
+        // any idle class and runs as urgently as this process may ask.
+        if (pthread_setschedparam(t->native, SCHED_FIFO, &param) != 0)
+            applyPriority(*t, THREAD_PRIORITY_TIME_CRITICAL);
     } else {
         t->priority = level - 248;
         applyPriority(*t, level - 248);
@@ -151,7 +154,9 @@ int CeGetThreadPriority(HANDLE thread) {
     return t ? t->rtPriority.load() : 0x7FFFFFFF;
 }
 
-HANDLE GetCurrentThread() { return kCurrentThreadPseudoHandle; }
+HANDLE GetCurrentThread() {
+    return kCurrentThreadPseudoHandle;
+}
 
 DWORD GetCurrentThreadId() {
     // A plain thread_local: safe even from static destructors at exit.
@@ -179,7 +184,8 @@ BOOL TerminateThread(HANDLE thread, DWORD exitCode) {
 std::uint64_t currentThreadCpuMs() {
     timespec ts{};
     clock_gettime(CLOCK_THREAD_CPUTIME_ID, &ts);
-    return static_cast<std::uint64_t>(ts.tv_sec) * 1000 + static_cast<std::uint64_t>(ts.tv_nsec / 1000000);
+    return static_cast<std::uint64_t>(ts.tv_sec) * 1000 +
+           static_cast<std::uint64_t>(ts.tv_nsec / 1000000);
 }
 
 }  // namespace host

@@ -2,6 +2,8 @@
 
 #include <cstring>
 #include <exception>
+#include <latch>
+#include <memory>
 
 #include "app/message_channels.h"
 #include "boards/error_log.h"
@@ -46,8 +48,12 @@ std::shared_ptr<Tovel> Tovel::create(UsbCtlr* ctlr, host::SOCKET hSocket, Sessio
     auto session = std::make_shared<Tovel>(PrivateTag{}, ctlr, hSocket, owner);
     // The thread shares ownership, so an abandoned thread never outlives its session.
     std::shared_ptr<Tovel> self = session;
+    // The thread starts serving once its handle is published: a session that
+    // ends at once must find the handle to close, or it would look alive for ever.
+    auto published = std::make_shared<std::latch>(1);
     HANDLE thread = host::CreateThread(
-        [self]() -> DWORD {
+        [self, published]() -> DWORD {
+            published->wait();
             self->threadImplementation();
             return 0;
         },
@@ -58,6 +64,7 @@ std::shared_ptr<Tovel> Tovel::create(UsbCtlr* ctlr, host::SOCKET hSocket, Sessio
     } else {
         session->thread_ = thread;
     }
+    published->count_down();
     return session;
 }
 

@@ -128,6 +128,10 @@ class Blinkers : public ::testing::Test {
         return pauses;
     }
 
+    // The blinker's thread has begun its first pause (the dark start), so a
+    // mode set now is taken at the end of that pause, never before it.
+    void awaitFirstPause() { EXPECT_NE(time_->wait(1), 0u); }
+
     std::shared_ptr<SteppingClock> time_ = std::make_shared<SteppingClock>();
     host::ScopedClock scoped_{time_};
     std::size_t waited_ = 0;
@@ -141,6 +145,7 @@ using Pauses = std::vector<DWORD>;
 
 TEST_F(Blinkers, LedBlinkerStartsDarkAndBlinks250OnAnd500Off) {
     LedBlinker green(&a_, 500, 250);
+    awaitFirstPause();
     EXPECT_EQ(run(0), Pauses{});  // mode 0: the line was switched off, nothing more
     EXPECT_EQ(journal_.take(), (Writes{{'A', 1000, false}}));
     EXPECT_EQ(time_->wait(1), 50u);
@@ -156,6 +161,7 @@ TEST_F(Blinkers, LedBlinkerStartsDarkAndBlinks250OnAnd500Off) {
 
 TEST_F(Blinkers, LedBlinkerSteadyModesWriteOnlyOnAChange) {
     LedBlinker green(&a_, 500, 250);
+    awaitFirstPause();
     green.setMode(LedBlinker::ModeOn);
     EXPECT_EQ(run(4), (Pauses{50, 50, 50, 50}));
     EXPECT_EQ(journal_.take(), (Writes{{'A', 1000, false}, {'A', 1050, true}}));
@@ -166,6 +172,7 @@ TEST_F(Blinkers, LedBlinkerSteadyModesWriteOnlyOnAChange) {
 
 TEST_F(Blinkers, LedBlinkerIgnoresUnknownModes) {
     LedBlinker green(&a_, 500, 250);
+    awaitFirstPause();
     green.setMode(LedBlinker::ModeBlink);
     for (int bad : {3, -1, 10}) green.setMode(bad);
     EXPECT_EQ(green.mode(), LedBlinker::ModeBlink);
@@ -174,6 +181,7 @@ TEST_F(Blinkers, LedBlinkerIgnoresUnknownModes) {
 
 TEST_F(Blinkers, DualBlinkerMode6KeepsADarkAndBlinksBThenTakesNewTimes) {
     DualLedBlinker front(&a_, &b_, 200, 200);
+    awaitFirstPause();
     front.setMode(6);
     EXPECT_EQ(run(3), (Pauses{50, 200, 200}));
     EXPECT_EQ(journal_.take(), (Writes{{'A', 1000, false},
@@ -189,6 +197,7 @@ TEST_F(Blinkers, DualBlinkerMode6KeepsADarkAndBlinksBThenTakesNewTimes) {
 
 TEST_F(Blinkers, DualBlinkerMode8FromBothOffLightsAFirstWithTheOnTime) {
     DualLedBlinker front(&a_, &b_, 300, 100);
+    awaitFirstPause();
     journal_.take();
     front.setMode(8);
     EXPECT_EQ(run(3), (Pauses{50, 100, 300}));
@@ -202,6 +211,7 @@ TEST_F(Blinkers, DualBlinkerMode8FromBothOffLightsAFirstWithTheOnTime) {
 
 TEST_F(Blinkers, DualBlinkerMode9BlinksBothInStep) {
     DualLedBlinker front(&a_, &b_, 300, 100);
+    awaitFirstPause();
     journal_.take();
     front.setMode(9);
     EXPECT_EQ(run(2), (Pauses{50, 100}));
@@ -212,6 +222,7 @@ TEST_F(Blinkers, DualBlinkerMode9BlinksBothInStep) {
 
 TEST_F(Blinkers, DualBlinkerBlinkModesSetTheSteadyLineFirst) {
     DualLedBlinker front(&a_, &b_, 300, 100);
+    awaitFirstPause();
     journal_.take();
     front.setMode(5);  // A blinks, B on
     EXPECT_EQ(run(3), (Pauses{50, 100, 300}));
@@ -225,6 +236,7 @@ TEST_F(Blinkers, DualBlinkerBlinkModesSetTheSteadyLineFirst) {
 
 TEST_F(Blinkers, DualBlinkerSteadyModesLightTheirLines) {
     DualLedBlinker front(&a_, &b_, 300, 100);
+    awaitFirstPause();
     journal_.take();
     const std::vector<std::pair<int, Writes>> steps{
         {3, {{'A', 1050, true}, {'B', 1050, true}}},
@@ -241,6 +253,7 @@ TEST_F(Blinkers, DualBlinkerSteadyModesLightTheirLines) {
 
 TEST_F(Blinkers, DualBlinkerIgnoresUnknownModes) {
     DualLedBlinker front(&a_, &b_, 300, 100);
+    awaitFirstPause();
     front.setMode(4);
     front.setMode(10);
     front.setMode(-1);

@@ -13,10 +13,10 @@ namespace fs = std::filesystem;
 
 TEST(PathMapping, ExistingComponentsMatchWithoutRegardToCase) {
     testing_support::TempUnitRoot root;
-    fs::create_directories(root.path() + "/FlashFX Disk2/Orvane");
-    EXPECT_EQ(mapPath(L"\\FlashFx Disk2\\Orvane\\TriggerWatchdog.exe"),
-              root.path() + "/FlashFX Disk2/Orvane/TriggerWatchdog.exe");
-    EXPECT_EQ(mapPath(L"\\flashfx disk2\\ORVANE"), root.path() + "/FlashFX Disk2/Orvane");
+    fs::create_directories(root.path() + "/Flash Disk3/Orvane");
+    EXPECT_EQ(mapPath(L"\\FLASH disk3\\Orvane\\TriggerWatchdog.exe"),
+              root.path() + "/Flash Disk3/Orvane/TriggerWatchdog.exe");
+    EXPECT_EQ(mapPath(L"\\flash disk3\\ORVANE"), root.path() + "/Flash Disk3/Orvane");
     // Missing parts keep their spelling; nothing climbs out of the root.
     EXPECT_EQ(mapPath(L"\\Program Files\\x.cof"), root.path() + "/Program Files/x.cof");
     EXPECT_EQ(mapPath(L"\\..\\..\\etc\\passwd"), root.path() + "/etc/passwd");
@@ -45,7 +45,8 @@ TEST(Files, ExclusiveWriterMakesSecondOpenerFailWithSharingViolation) {
     ASSERT_NE(writer, INVALID_HANDLE_VALUE);
     EXPECT_EQ(CreateFileW(L"\\RF.COF", GENERIC_WRITE, 0, CREATE_ALWAYS), INVALID_HANDLE_VALUE);
     EXPECT_EQ(GetLastError(), ERROR_SHARING_VIOLATION);
-    EXPECT_EQ(CreateFileW(L"\\rf.cof", GENERIC_READ, FILE_SHARE_READ, OPEN_EXISTING), INVALID_HANDLE_VALUE);
+    EXPECT_EQ(CreateFileW(L"\\rf.cof", GENERIC_READ, FILE_SHARE_READ, OPEN_EXISTING),
+              INVALID_HANDLE_VALUE);
     EXPECT_EQ(GetLastError(), ERROR_SHARING_VIOLATION);
     CloseHandle(writer);
     HANDLE reader = CreateFileW(L"\\rf.cof", GENERIC_READ, FILE_SHARE_READ, OPEN_EXISTING);
@@ -55,7 +56,8 @@ TEST(Files, ExclusiveWriterMakesSecondOpenerFailWithSharingViolation) {
 
 TEST(Files, MissingFileAndBadHandleErrors) {
     testing_support::TempUnitRoot root;
-    EXPECT_EQ(CreateFileW(L"\\nothing.cof", GENERIC_READ, FILE_SHARE_READ, OPEN_EXISTING), INVALID_HANDLE_VALUE);
+    EXPECT_EQ(CreateFileW(L"\\nothing.cof", GENERIC_READ, FILE_SHARE_READ, OPEN_EXISTING),
+              INVALID_HANDLE_VALUE);
     EXPECT_EQ(GetLastError(), ERROR_FILE_NOT_FOUND);
     DWORD n;
     EXPECT_FALSE(WriteFile(0x12345678, "x", 1, &n));

@@ -146,3 +146,24 @@ TEST_F(SessionTest, RetiredBoardAnswersElevenAndStaysAliveWhileHeld) {
     send(longForm(4, 0x21, {}));
     EXPECT_EQ(le32(receive(8), 0), 11u);
 }
+
+TEST_F(SessionTest, HungDspAnswersThirteenOnceTheHandshakeHasTimedOut) {
+    startSession();
+    boards[0]->freeze(true);
+    send(longForm(3, 126, {1, 2, 3, 4}, 126, 4));
+    // The link polls the status block back to back: nothing comes before
+    // the handshake time-out has passed.
+    EXPECT_TRUE(quietFor(50));
+    clock->advance(4990);
+    EXPECT_TRUE(quietFor(50));
+    clock->advance(20);
+    // The reply carries the length asked for, whatever the status.
+    EXPECT_EQ(le32(receive(12), 0), 13u);
+    // The board recovers; the same session goes on.
+    boards[0]->freeze(false);
+    send(longForm(3, 126, {1, 2, 3, 4}, 126, 4));
+    const Bytes reply = receive(12);
+    ASSERT_EQ(reply.size(), 12u);
+    EXPECT_EQ(le32(reply, 0), 0u);
+    EXPECT_EQ(Bytes(reply.begin() + 8, reply.end()), (Bytes{1, 2, 3, 4}));
+}

@@ -1,7 +1,5 @@
 #include <gtest/gtest.h>
 
-#include <sys/stat.h>
-
 #include <filesystem>
 
 #include "platform/clock.h"
@@ -107,9 +105,8 @@ TEST_F(SimConsoleTest, ChannelServesLinesOverAPrivateUnixSocket) {
     ASSERT_TRUE(server.start(
         path, [this](const std::string& line) { return console.execute(line); }, error))
         << error;
-    struct stat st {};
-    ASSERT_EQ(::stat(path.c_str(), &st), 0);
-    EXPECT_EQ(st.st_mode & 0777, 0600u);
+    EXPECT_EQ(std::filesystem::status(path).permissions(),
+              std::filesystem::perms::owner_read | std::filesystem::perms::owner_write);
     std::string reply;
     ASSERT_TRUE(host::lineRequest(path, "attach pots", reply, error)) << error;
     EXPECT_EQ(reply, "ok slot=1");

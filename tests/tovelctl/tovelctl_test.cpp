@@ -1,13 +1,16 @@
 // Runs the tovelctl program against the fake controller.
 #include <gtest/gtest.h>
-#include <sys/wait.h>
 
 #include <algorithm>
 #include <cstdio>
+#include <filesystem>
 #include <fstream>
 #include <numeric>
+#include <sstream>
 #include <string>
+#include <vector>
 
+#include "platform/child_process.h"
 #include "tests/support/test_support.h"
 #include "tests/tovelctl/fake_controller.h"
 
@@ -19,15 +22,20 @@ struct Result {
 };
 
 Result tovelctl(const std::string& args) {
-    const std::string command = std::string(TOVEL_BUILD_DIR "/tovelctl ") + args + " 2>&1";
+    std::vector<std::string> words;
+    std::istringstream split(args);
+    for (std::string word; split >> word;) words.push_back(word);
+    // Each test case runs in a process of its own: the process id keeps
+    // parallel runs apart.
+    const std::string out = (std::filesystem::temp_directory_path() /
+                             ("tovelctl-" + std::to_string(host::currentProcessId()) + ".out"))
+                                .string();
     Result run;
-    FILE* pipe = ::popen(command.c_str(), "r");
-    if (pipe == nullptr) return run;
-    char buffer[4096];
-    std::size_t n;
-    while ((n = std::fread(buffer, 1, sizeof buffer, pipe)) > 0) run.output.append(buffer, n);
-    int status = ::pclose(pipe);
-    run.exitCode = WIFEXITED(status) ? WEXITSTATUS(status) : -1;
+    host::ChildProcess program(TOVEL_BUILD_DIR "/tovelctl", words, out);
+    run.exitCode = program.waitForExit(std::chrono::seconds(30)).value_or(-1);
+    std::ifstream in(out);
+    run.output.assign(std::istreambuf_iterator<char>(in), {});
+    std::filesystem::remove(out);
     return run;
 }
 

@@ -1,6 +1,5 @@
 // tovel: the instrument's controller process on a host, with simulated DSP
 // boards and watchdog hardware behind the host drivers.
-#include <unistd.h>
 #include <CLI/CLI.hpp>
 
 #include <cstdio>
@@ -20,6 +19,7 @@
 #include "platform/process.h"
 #include "platform/signals.h"
 #include "platform/socket.h"
+#include "platform/terminal.h"
 #include "sim/dio_block.h"
 #include "sim/dsp_bus.h"
 #include "sim/sim_console.h"
@@ -47,7 +47,7 @@ struct Options {
 // stdout. Either way the dialog's own work (CPU/LED and power-fail threads)
 // runs. The window holds the debug output unless it goes to a file.
 std::unique_ptr<StatusWindow> makeStatusWindow(bool headless, bool debugToFile, HANDLE closeEvent) {
-    if (!headless && ::isatty(STDIN_FILENO) == 1 && ::isatty(STDOUT_FILENO) == 1 &&
+    if (!headless && host::stdinIsTerminal() && host::stdoutIsTerminal() &&
         CTovelDlg::terminalUsable())
         return std::make_unique<CTovelDlg>(
             CTovelDlg::Options{.closeEvent = closeEvent, .holdDebugOutput = !debugToFile});

@@ -4,8 +4,6 @@
 // Exit codes: 0 a reply was received (whatever its status), 1 bad arguments
 // or input file, 2 the connection failed (refused, closed, timed out, or an
 // answer that is not a reply).
-#include <unistd.h>
-
 #include <CLI/CLI.hpp>
 #include <cstdint>
 #include <fstream>
@@ -15,6 +13,7 @@
 #include <string>
 #include <vector>
 
+#include "platform/terminal.h"
 #include "tools/tovelclient/tovel_client.h"
 #include "tools/tovelctl/report.h"
 
@@ -98,7 +97,7 @@ class ProgressBar {
 };
 
 void cofDownload(const Options& o, Client& client, const std::vector<std::uint8_t>& image) {
-    ProgressBar bar(!o.json && ::isatty(STDOUT_FILENO) == 1);
+    ProgressBar bar(!o.json && host::stdoutIsTerminal());
     std::size_t pieces = 0;
     std::vector<std::string> failures;  // text mode: data replies that were not 0
     client.cofDownload(

@@ -1,6 +1,4 @@
-// Test-only process control; the program itself starts processes through
-// the host layer, which offers no waiting for them.
-#include "tests/e2e/tovel_process.h"
+#include "platform/child_process.h"
 
 #include <fcntl.h>
 #include <signal.h>
@@ -12,25 +10,33 @@
 
 extern char** environ;
 
-namespace e2e {
+namespace host {
 
-TovelProcess::TovelProcess(const std::vector<std::string>& args, const std::string& outputFile) {
-    std::vector<std::string> words{std::string(TOVEL_BUILD_DIR) + "/tovel"};
+int currentProcessId() {
+    return static_cast<int>(::getpid());
+}
+
+ChildProcess::ChildProcess(const std::string& program, const std::vector<std::string>& args,
+                           const std::string& outputFile) {
+    std::vector<std::string> words{program};
     words.insert(words.end(), args.begin(), args.end());
     std::vector<char*> argv;
     for (auto& w : words) argv.push_back(w.data());
     argv.push_back(nullptr);
     posix_spawn_file_actions_t actions;
     posix_spawn_file_actions_init(&actions);
-    posix_spawn_file_actions_addopen(&actions, 1, outputFile.c_str(), O_WRONLY | O_CREAT | O_TRUNC,
-                                     0644);
-    posix_spawn_file_actions_adddup2(&actions, 1, 2);
+    if (!outputFile.empty()) {
+        posix_spawn_file_actions_addopen(&actions, 1, outputFile.c_str(),
+                                         O_WRONLY | O_CREAT | O_TRUNC, 0644);
+        posix_spawn_file_actions_adddup2(&actions, 1, 2);
+    }
     pid_t pid = 0;
-    if (posix_spawn(&pid, argv[0], &actions, nullptr, argv.data(), environ) == 0) pid_ = pid;
+    if (posix_spawn(&pid, program.c_str(), &actions, nullptr, argv.data(), environ) == 0)
+        pid_ = pid;
     posix_spawn_file_actions_destroy(&actions);
 }
 
-TovelProcess::~TovelProcess() {
+ChildProcess::~ChildProcess() {
     if (pid_ > 0 && !exitCode_) {
         ::kill(pid_, SIGKILL);
         int status = 0;
@@ -38,8 +44,9 @@ TovelProcess::~TovelProcess() {
     }
 }
 
-std::optional<int> TovelProcess::waitForExit(std::chrono::milliseconds limit) {
+std::optional<int> ChildProcess::waitForExit(std::chrono::milliseconds limit) {
     if (exitCode_ || pid_ <= 0) return exitCode_;
+    // Real time on purpose: the child runs on its own clock.
     const auto until = std::chrono::steady_clock::now() + limit;
     for (;;) {
         int status = 0;
@@ -53,8 +60,8 @@ std::optional<int> TovelProcess::waitForExit(std::chrono::milliseconds limit) {
     }
 }
 
-void TovelProcess::terminate() {
+void ChildProcess::terminate() {
     if (pid_ > 0 && !exitCode_) ::kill(pid_, SIGTERM);
 }
 
-}  // namespace e2e
+}  // namespace host

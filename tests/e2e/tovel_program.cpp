@@ -1,0 +1,127 @@
+#include "tests/e2e/tovel_program.h"
+
+#include <algorithm>
+#include <array>
+#include <fstream>
+#include <sstream>
+#include <thread>
+
+#include "boards/error_log.h"
+
+namespace e2e {
+
+const std::string kVersionRequest("\x05\x06\0\0\0\0\0\0\0\0\0\0\0\0\0\0", 16);
+const std::string kVersionReply("\x04\0\0\0\x04\0\0\0\xED\xEA\x02\0", 12);
+const std::string kRebootRequest("\x05\x05\0\0\0\0\0\0\0\0\0\0\0\0\0\0", 16);
+const std::string kRebootReply("\x04\0\0\0\0\0\0\0", 8);
+
+std::vector<std::uint16_t> freePorts(int count) {
+    std::vector<host::SOCKET> held;
+    std::vector<std::uint16_t> ports;
+    for (int i = 0; i < count; ++i) {
+        host::SOCKET s = host::socket(host::AF_INET, host::SOCK_STREAM, host::IPPROTO_TCP);
+        const auto address = host::makeSockaddr(host::INADDR_LOOPBACK, 0);
+        host::bind(s, reinterpret_cast<const host::SOCKADDR*>(&address), sizeof address);
+        ports.push_back(host::localPort(s));
+        held.push_back(s);
+    }
+    for (auto s : held) host::closesocket(s);
+    return ports;
+}
+
+Client::Client(std::uint16_t port) {
+    s_ = host::socket(host::AF_INET, host::SOCK_STREAM, host::IPPROTO_TCP);
+    const auto address = host::makeSockaddr(host::INADDR_LOOPBACK, port);
+    if (host::connect(s_, reinterpret_cast<const host::SOCKADDR*>(&address), sizeof address) != 0) {
+        error_ = host::WSAGetLastError();
+        close();
+        return;
+    }
+    const DWORD timeout = 5000;
+    host::setsockopt(s_, host::SOL_SOCKET, host::SO_RCVTIMEO,
+                     reinterpret_cast<const char*>(&timeout), sizeof timeout);
+}
+
+void Client::close() {
+    if (s_ != host::INVALID_SOCKET) host::closesocket(s_);
+    s_ = host::INVALID_SOCKET;
+}
+
+bool Client::send(const std::string& bytes) {
+    return host::send(s_, bytes.data(), static_cast<int>(bytes.size()), 0) ==
+           static_cast<int>(bytes.size());
+}
+
+std::string Client::receive(std::size_t count) {
+    std::string got;
+    std::array<char, 512> buffer{};
+    while (got.size() < count) {
+        const int n = host::recv(s_, buffer.data(),
+                                 static_cast<int>(std::min(buffer.size(), count - got.size())), 0);
+        if (n <= 0) break;
+        got.append(buffer.data(), static_cast<std::size_t>(n));
+    }
+    return got;
+}
+
+std::string Client::ask(const std::string& request, std::size_t replyBytes) {
+    return send(request) ? receive(replyBytes) : std::string("<send failed>");
+}
+
+std::unique_ptr<Client> connectWhenListening(std::uint16_t port, std::chrono::milliseconds limit) {
+    const auto until = std::chrono::steady_clock::now() + limit;
+    for (;;) {
+        auto client = std::make_unique<Client>(port);
+        if (client->connected() || std::chrono::steady_clock::now() > until) return client;
+        std::this_thread::sleep_for(20ms);
+    }
+}
+
+std::string header(const std::string& reply, const std::string& name) {
+    const auto at = reply.find("\r\n" + name + ": ");
+    if (at == std::string::npos) return "<missing>";
+    const auto start = at + name.size() + 4;
+    return reply.substr(start, reply.find("\r\n", start) - start);
+}
+
+void TovelProgram::start(const std::vector<std::string>& extra) {
+    std::vector<std::string> args = {"--root",     root.path(),
+                                     "--port-map", "3445=" + std::to_string(remotePort),
+                                     "--port-map", "23=" + std::to_string(telnetPort),
+                                     "--port-map", "80=" + std::to_string(httpPort),
+                                     "--headless"};
+    args.insert(args.end(), extra.begin(), extra.end());
+    tovel = std::make_unique<host::ChildProcess>(std::string(TOVEL_BUILD_DIR) + "/tovel", args,
+                                                 output());
+    ASSERT_TRUE(tovel->started());
+}
+
+std::string TovelProgram::outputText() const {
+    std::ifstream in(output());
+    std::stringstream ss;
+    ss << in.rdbuf();
+    return ss.str();
+}
+
+int TovelProgram::logCount(const std::wstring& fragment) const {
+    int n = 0;
+    for (const auto& line : testing_support::logLinesOf(root.hostPath(logFolder + L"\\usb.log")))
+        if (line.find(fragment) != std::wstring::npos) ++n;
+    return n;
+}
+
+bool TovelProgram::logEventually(const std::wstring& fragment, int times) const {
+    const auto until = std::chrono::steady_clock::now() + 5s;
+    while (logCount(fragment) < times) {
+        if (std::chrono::steady_clock::now() > until) return false;
+        std::this_thread::sleep_for(20ms);
+    }
+    return true;
+}
+
+void TovelProgram::stopAndExpectCleanExit() {
+    tovel->terminate();
+    EXPECT_EQ(tovel->waitForExit(5s), 0) << outputText();
+}
+
+}  // namespace e2e

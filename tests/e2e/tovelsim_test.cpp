@@ -1,0 +1,141 @@
+// The simulated unit driven from outside while tovel runs, the way test
+// software authors use tovelsim: pull and plug boards, hang a DSP, fail the
+// power, and get errors for commands that make no sense.
+#include <gtest/gtest.h>
+
+#include <chrono>
+#include <fstream>
+#include <sstream>
+#include <string>
+#include <thread>
+
+#include "tests/e2e/tovel_program.h"
+
+namespace {
+
+using namespace e2e;
+
+std::string le32(std::uint32_t v) {
+    std::string out(4, '\0');
+    for (int i = 0; i < 4; ++i) out[i] = static_cast<char>(v >> (8 * i));
+    return out;
+}
+
+std::uint32_t statusOf(const std::string& reply) {
+    if (reply.size() < 4) return 0xFFFFFFFF;
+    std::uint32_t v = 0;
+    for (int i = 3; i >= 0; --i) v = (v << 8) | static_cast<std::uint8_t>(reply[i]);
+    return v;
+}
+
+// Rem_AtomicGet of the simulated firmware's echo command: the reply's data is
+// the payload sent.
+std::string echoRequest(const std::string& payload) {
+    std::string request("\x03\x7E\0\0", 4);
+    request += le32(static_cast<std::uint32_t>(payload.size()));
+    request += std::string("\x7E\0\0\0", 4);
+    request += le32(static_cast<std::uint32_t>(payload.size()));
+    return request + payload;
+}
+
+struct SimAnswer {
+    int exitCode = -1;
+    std::string text;
+};
+
+class TovelSim : public TovelProgram {
+  protected:
+    SimAnswer sim(const std::vector<std::string>& command) {
+        std::vector<std::string> args = {"--root", root.path()};
+        args.insert(args.end(), command.begin(), command.end());
+        const std::string out = root.path() + "/tovelsim.out";
+        host::ChildProcess tool(std::string(TOVEL_BUILD_DIR) + "/tovelsim", args, out);
+        SimAnswer answer;
+        answer.exitCode = tool.waitForExit(5s).value_or(-1);
+        std::ifstream in(out);
+        std::stringstream ss;
+        ss << in.rdbuf();
+        answer.text = ss.str();
+        return answer;
+    }
+    std::string debugLog() const { return root.path() + "/debug.log"; }
+    bool debugEventually(const std::string& fragment) const {
+        const auto until = std::chrono::steady_clock::now() + 5s;
+        for (;;) {
+            std::ifstream in(debugLog());
+            std::stringstream ss;
+            ss << in.rdbuf();
+            if (ss.str().find(fragment) != std::string::npos) return true;
+            if (std::chrono::steady_clock::now() > until) return false;
+            std::this_thread::sleep_for(20ms);
+        }
+    }
+};
+
+TEST_F(TovelSim, PulledBoardFailsItsClientIsRetiredAndServesAgainOncePluggedIn) {
+    start({"--boards", "t1,rf"});
+    auto first = connectWhenListening(remotePort);
+    ASSERT_TRUE(first->connected()) << outputText();
+    // Boards are handed out in index order: the T1 board (slot 1) first.
+    EXPECT_EQ(statusOf(first->ask(echoRequest("ping"), 12)), 0u);
+    Client second(remotePort);
+    ASSERT_TRUE(second.connected());
+    EXPECT_EQ(statusOf(second.ask(echoRequest("ping"), 12)), 0u);
+
+    const SimAnswer boards = sim({"boards"});
+    EXPECT_EQ(boards.exitCode, 0);
+    EXPECT_NE(boards.text.find("slot=1 kind=t1"), std::string::npos) << boards.text;
+
+    EXPECT_EQ(sim({"detach", "1"}).exitCode, 0);
+    const std::uint32_t failed = statusOf(first->ask(echoRequest("ping"), 8));
+    EXPECT_TRUE(failed == 11u || failed == 12u) << failed;
+    EXPECT_TRUE(logEventually(L"This board is being removed!")) << outputText();
+    EXPECT_EQ(statusOf(second.ask(echoRequest("ping"), 12)), 0u);
+    first->close();
+
+    EXPECT_EQ(sim({"attach", "t1"}).exitCode, 0);
+    auto third = connectWhenListening(remotePort);
+    ASSERT_TRUE(third->connected());
+    const std::string reply = third->ask(echoRequest("back"), 12);
+    EXPECT_EQ(statusOf(reply), 0u);
+    EXPECT_EQ(reply.substr(8), "back");
+    stopAndExpectCleanExit();
+}
+
+TEST_F(TovelSim, PowerFailShutsTheUnitDownAndTheWatchdogResetsIt) {
+    start({"--boards", "t1", "--debug-log", debugLog()});
+    auto client = connectWhenListening(remotePort);
+    ASSERT_TRUE(client->connected()) << outputText();
+    EXPECT_EQ(sim({"powerfail"}).exitCode, 0);
+    EXPECT_TRUE(debugEventually("Power Fail Interrupt! Shuting down..."));
+    EXPECT_TRUE(debugEventually("File System Quiesced."));
+    // The triggered watchdog resets the simulated unit: the documented exit code.
+    EXPECT_EQ(tovel->waitForExit(10s), 23) << outputText();
+    EXPECT_TRUE(debugEventually("SIMULATED HARDWARE WATCHDOG EXPIRED"));
+    EXPECT_EQ(logCount(L"Hardware watchdog expired ("), 1);
+}
+
+TEST_F(TovelSim, BadCommandsAreAnsweredWithErrorsAndTheUnitRunsOn) {
+    start({"--boards", "t1"});
+    auto client = connectWhenListening(remotePort);
+    ASSERT_TRUE(client->connected()) << outputText();
+    for (const auto& command :
+         std::vector<std::vector<std::string>>{{"frobnicate"},
+                                               {"detach", "9"},
+                                               {"detach", "x"},
+                                               {"attach", "modem"},
+                                               {"fault", "1", "fail", "31"},
+                                               {"fault", "1", "latency", "-5"},
+                                               {"knob", "many"}}) {
+        const SimAnswer answer = sim(command);
+        EXPECT_EQ(answer.exitCode, 1) << command[0];
+        EXPECT_EQ(answer.text.rfind("error ", 0), 0u) << answer.text;
+    }
+    EXPECT_EQ(statusOf(client->ask(echoRequest("ping"), 12)), 0u);
+    const SimAnswer watchdog = sim({"watchdog"});
+    EXPECT_EQ(watchdog.exitCode, 0);
+    EXPECT_NE(watchdog.text.find("armed"), std::string::npos) << watchdog.text;
+    stopAndExpectCleanExit();
+}
+
+}  // namespace
