@@ -30,9 +30,12 @@ tsan: deps
 	cmake --build build-tsan -j$(JOBS)
 	cd build-tsan && TSAN_OPTIONS=halt_on_error=1 ctest --output-on-failure -j$(JOBS) --timeout 600 -R $(TSAN_TESTS)
 
+# Telnet and HTTP are mapped to 2323 and 8080, so no privileges are needed.
+RUN_FLAGS ?= --port-map 23=2323 --port-map 80=8080
+
 run: deps build/CMakeCache.txt
-	cmake --build build -j$(JOBS) --target tovel
-	build/tovel --root ./unit
+	cmake --build build -j$(JOBS) --target tovel tovelctl tovelsim
+	build/tovel --root ./unit $(RUN_FLAGS)
 
 bench: build
 	@for b in build/tovel_bench_*; do [ -x "$$b" ] && echo "== $$b" && "$$b"; done; true

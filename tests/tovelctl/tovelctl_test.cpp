@@ -153,3 +153,16 @@ TEST(Tovelctl, BadArgumentsCostNoConnection) {
     EXPECT_NE(tovelctl(portArg(fake) + "no-such-command").exitCode, 0);
     EXPECT_TRUE(fake.requests().empty());
 }
+
+TEST(Tovelctl, RepeatAsksAgainOnTheSameConnectionUntilItEnds) {
+    FakeController fake;
+    Result run = tovelctl(portArg(fake) + "--repeat 3 --interval 0 status");
+    EXPECT_EQ(run.exitCode, 0) << run.output;
+    EXPECT_EQ(fake.requests().size(), 3u);
+    // Without a limit the repeats go on until the controller goes away.
+    FakeController closing;
+    closing.closeAtRequest(4);
+    Result open = tovelctl(portArg(closing) + "--repeat 0 --interval 0 version");
+    EXPECT_EQ(open.exitCode, 2) << open.output;
+    EXPECT_EQ(closing.requests().size(), 4u);
+}

@@ -13,6 +13,7 @@
 #include <string>
 #include <vector>
 
+#include "platform/clock.h"
 #include "platform/terminal.h"
 #include "tools/tovelclient/tovel_client.h"
 #include "tools/tovelctl/report.h"
@@ -35,6 +36,8 @@ struct Options {
     std::uint16_t port = 3445;
     bool json = false;
     DWORD timeoutMs = 60000;
+    unsigned repeat = 1;  // 0: until the connection ends
+    DWORD intervalMs = 1000;
 };
 
 // A number given in decimal or with a 0x prefix in hex, up to `max`.
@@ -174,6 +177,12 @@ int main(int argc, char** argv) {
     app.add_flag("--json", o.json, "print one JSON object per reply");
     app.add_option("--timeout", o.timeoutMs, "milliseconds to wait for a reply (0: for ever)")
         ->capture_default_str();
+    app.add_option("--repeat", o.repeat,
+                   "run the command N times on one connection (0: until it ends), to watch "
+                   "a board while it is pulled or faulted")
+        ->capture_default_str();
+    app.add_option("--interval", o.intervalMs, "milliseconds between repeats")
+        ->capture_default_str();
     app.require_subcommand(1, 1);
 
     std::string file, opcode, replyOpcode, length, hex, device, size;
@@ -215,43 +224,47 @@ int main(int argc, char** argv) {
             throw InputError("a packet payload is at most 65535 bytes");
 
         Client client(o.host, o.port, o.timeoutMs);
-        if (version->parsed()) {
-            Reply r = client.version();
-            Report report("version");
-            if (auto v = tovelclient::versionOf(r)) report.add("version", std::int64_t{*v});
-            report.status("status", r.status);
-            printReply(o, report);
-        } else if (boards->parsed()) {
-            Reply r = client.enumBoards();
-            Report report("boards");
-            if (auto n = tovelclient::boardCountOf(r)) report.add("boards", std::int64_t{*n});
-            report.status("status", r.status);
-            printReply(o, report);
-        } else if (status->parsed()) {
-            printStatusBlock(o, client.getStatus());
-        } else if (boot->parsed()) {
-            printPlain(o, "boot", client.boot());
-        } else if (reboot->parsed()) {
-            printPlain(o, "reboot", client.reboot());
-        } else if (cmdline->parsed()) {
-            printPlain(o, "cmdline", client.cmdLineControl());
-        } else if (cof->parsed()) {
-            cofDownload(o, client, image);
-        } else if (atomicSend->parsed()) {
-            printPlain(o, "atomic-send", client.atomicSend(op, payload));
-        } else if (atomicGet->parsed()) {
-            const auto reply = parseByte(replyOpcode, "REPLY-OPCODE");
-            const auto wanted = parseNumber(length, 0xffffffffu, "LENGTH");
-            printPlain(o, "atomic-get", client.atomicGet(op, payload, reply, wanted));
-        } else if (primSend->parsed()) {
-            const auto dev = parseByte(device, "DEVICE");
-            client.primSend(dev, op, payload);
-            Report report("prim-send");
-            report.add("sent", static_cast<std::int64_t>(payload.size() + 5)).add("reply", false);
-            printReply(o, report);
-        } else if (primGet->parsed()) {
-            const auto n = static_cast<std::uint16_t>(parseNumber(size, 0xffff, "SIZE"));
-            printPacket(o, "prim-get", client.primGet(n));
+        for (unsigned round = 0; o.repeat == 0 || round < o.repeat; ++round) {
+            if (round > 0) host::Sleep(o.intervalMs);
+            if (version->parsed()) {
+                Reply r = client.version();
+                Report report("version");
+                if (auto v = tovelclient::versionOf(r)) report.add("version", std::int64_t{*v});
+                report.status("status", r.status);
+                printReply(o, report);
+            } else if (boards->parsed()) {
+                Reply r = client.enumBoards();
+                Report report("boards");
+                if (auto n = tovelclient::boardCountOf(r)) report.add("boards", std::int64_t{*n});
+                report.status("status", r.status);
+                printReply(o, report);
+            } else if (status->parsed()) {
+                printStatusBlock(o, client.getStatus());
+            } else if (boot->parsed()) {
+                printPlain(o, "boot", client.boot());
+            } else if (reboot->parsed()) {
+                printPlain(o, "reboot", client.reboot());
+            } else if (cmdline->parsed()) {
+                printPlain(o, "cmdline", client.cmdLineControl());
+            } else if (cof->parsed()) {
+                cofDownload(o, client, image);
+            } else if (atomicSend->parsed()) {
+                printPlain(o, "atomic-send", client.atomicSend(op, payload));
+            } else if (atomicGet->parsed()) {
+                const auto reply = parseByte(replyOpcode, "REPLY-OPCODE");
+                const auto wanted = parseNumber(length, 0xffffffffu, "LENGTH");
+                printPlain(o, "atomic-get", client.atomicGet(op, payload, reply, wanted));
+            } else if (primSend->parsed()) {
+                const auto dev = parseByte(device, "DEVICE");
+                client.primSend(dev, op, payload);
+                Report report("prim-send");
+                report.add("sent", static_cast<std::int64_t>(payload.size() + 5))
+                    .add("reply", false);
+                printReply(o, report);
+            } else if (primGet->parsed()) {
+                const auto n = static_cast<std::uint16_t>(parseNumber(size, 0xffff, "SIZE"));
+                printPacket(o, "prim-get", client.primGet(n));
+            }
         }
     } catch (const InputError& e) {
         std::cerr << "tovelctl: " << e.what() << "\n";
