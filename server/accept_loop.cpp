@@ -68,6 +68,12 @@ void TovelCtlr::acceptOneClient() {
         statusMessage(L"NULL UsbCtlr on Accept!!; dropping connection!\n");
         client.close();
     } else {
+        // Replies go out at once: a client that pipelines requests would
+        // otherwise wait for its own delayed acknowledgement (about 40 ms)
+        // before each second reply.
+        const BOOL noDelay = TRUE_;
+        host::setsockopt(client.handle(), host::IPPROTO_TCP, host::TCP_NODELAY,
+                         reinterpret_cast<const char*>(&noDelay), sizeof noDelay);
         std::shared_ptr<Tovel> tovel;
         {
             std::lock_guard<host::CriticalSection> lock(m_tovelLock);

@@ -14,24 +14,14 @@
 #include "platform/modules.h"
 #include "platform/rapi_util.h"
 #include "platform/text.h"
+#include "server/remote_protocol.h"
 #include "server/session_owner.h"
 #include "server/tovel.h"
 
 namespace {
 
-constexpr std::uint32_t kServerVersion = 191213;
+using remproto::kServerVersion;
 constexpr std::size_t kLongestFileErrorText = 255;
-
-enum ControlSub {
-    RemCtl_EnumBoards = 0,
-    RemCtl_CofStart = 1,
-    RemCtl_CofData = 2,
-    RemCtl_CofEnd = 3,
-    RemCtl_DspBoot = 4,
-    RemCtl_Reboot = 5,
-    RemCtl_Version = 6,
-    RemCtl_CmdLineControl = 7,
-};
 
 }  // namespace
 

@@ -14,21 +14,14 @@
 #include "platform/process.h"
 #include "platform/text.h"
 #include "platform/thread.h"
+#include "server/remote_protocol.h"
 #include "server/session_owner.h"
 
 namespace {
 
-enum Opcode : std::uint8_t {
-    Rem_PrimSend = 0,
-    Rem_PrimGet = 1,
-    Rem_GetStatus = 2,
-    Rem_AtomicGet = 3,
-    Rem_AtomicSend = 4,
-    Rem_Control = 5,
-};
-
-constexpr int kLongHeader = 16;
-constexpr std::uint32_t kMaxPayload = 8180;  // largest DSP payload the link accepts
+constexpr int kLongHeader = static_cast<int>(remproto::kLongHeaderSize);
+// The largest DSP payload the link accepts.
+constexpr std::uint32_t kMaxPayload = static_cast<std::uint32_t>(remproto::kDspPayloadMax);
 
 std::uint32_t le32(const std::uint8_t* p) {
     return static_cast<std::uint32_t>(p[0]) | (static_cast<std::uint32_t>(p[1]) << 8) |

@@ -98,14 +98,15 @@ TEST_F(TovelProgram, RebootIsAnsweredThenTheResetHelperRunsAndTheProcessExits22)
     const auto requested = std::chrono::steady_clock::now();
     client->close();
 
-    const auto code = tovel->waitForExit(15s);
+    const auto code = tovel->waitForExit(20s);
     const auto elapsed = std::chrono::steady_clock::now() - requested;
     ASSERT_EQ(code, 22) << outputText();
     // At least one full drain pass of 100 + 5000 ms. The requesting session is
     // still listed when the first pass starts, so a second pass follows the
     // one that removed it.
     EXPECT_GE(elapsed, 5100ms);
-    EXPECT_LE(elapsed, 11500ms);
+    // Generous above: the machine may be busy with other test processes.
+    EXPECT_LE(elapsed, 14000ms);
     // The helper runs on by itself after tovel has gone.
     const auto helperDeadline = std::chrono::steady_clock::now() + 3s;
     while (!fs::exists(helper + ".ran") && std::chrono::steady_clock::now() < helperDeadline)

@@ -17,26 +17,13 @@
 #include "platform/clock.h"
 #include "sim/spi_counter.h"
 #include "tests/support/test_support.h"
+#include "tests/support/waiting.h"
 
 namespace knob_test {
 
-// True once `condition` holds, false if it still does not after `limit` of real time.
-bool eventually(const std::function<bool()>& condition,
-                std::chrono::milliseconds limit = std::chrono::seconds(5));
-// Moves virtual time on in `step`s until `condition` holds (or real time runs out).
-bool advanceUntil(host::ManualClock& clock, DWORD step, const std::function<bool()>& condition,
-                  std::chrono::milliseconds limit = std::chrono::seconds(5));
-
-// Keeps moving virtual time on from a thread of its own while it lives.
-class ClockPusher {
-  public:
-    ClockPusher(host::ManualClock& clock, DWORD step);
-    ~ClockPusher();
-
-  private:
-    std::atomic<bool> stop_{false};
-    std::thread thread_;
-};
+using testing_support::advanceUntil;
+using testing_support::ClockPusher;
+using testing_support::eventually;
 
 class Recorder : public KnobEventListener {
   public:

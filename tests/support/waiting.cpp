@@ -1,6 +1,6 @@
-#include "panel_test_support.h"
+#include "tests/support/waiting.h"
 
-namespace panel_test {
+namespace testing_support {
 
 bool eventually(const std::function<bool()>& condition, std::chrono::milliseconds limit) {
     const auto deadline = std::chrono::steady_clock::now() + limit;
@@ -35,4 +35,4 @@ ClockPusher::~ClockPusher() {
     thread_.join();
 }
 
-}  // namespace panel_test
+}  // namespace testing_support
