@@ -170,7 +170,8 @@ bool ScriptedDsp::ioControl(DWORD code, void* in, DWORD inSize, void* out, DWORD
         case dsplink::IOCTL_DSP_GET_DATA: {
             auto* buffer = static_cast<BYTE*>(in);
             std::memset(buffer, 0, inSize);
-            std::memcpy(buffer, reply_.data(), std::min<std::size_t>(inSize, reply_.size()));
+            if (!reply_.empty())
+                std::memcpy(buffer, reply_.data(), std::min<std::size_t>(inSize, reply_.size()));
             break;
         }
         default:
