@@ -121,7 +121,8 @@ int run(int argc, char** argv) {
     auto knobCounter = sim::installSpiCounter();
 
     // The simulated hardware's control channel (tovelsim); the unit runs
-    // without it if the socket cannot be made.
+    // without it if the socket cannot be made. It belongs to the simulated
+    // hardware: a unit on real drivers has nothing here to drive.
     sim::SimConsole console(bus, dio, knobCounter);
     host::LineServer control;
     std::string controlError;
