@@ -1,21 +1,16 @@
 // The tovel program on a terminal: started in a pseudo-terminal, its status
 // window read back from what it drew, closed with Enter.
-#include <fcntl.h>
-#include <poll.h>
-#include <pty.h>
-#include <signal.h>
-#include <sys/wait.h>
-#include <unistd.h>
-
 #include <gtest/gtest.h>
 
 #include <chrono>
+#include <filesystem>
 #include <functional>
 #include <optional>
 #include <string>
 #include <vector>
 
 #include "platform/socket.h"
+#include "platform/terminal_child.h"
 #include "tests/dialog/terminal_screen.h"
 #include "tests/support/test_support.h"
 
@@ -26,21 +21,6 @@ namespace {
 
 constexpr int kRows = 30;
 constexpr int kCols = 100;
-
-// Distinct ports that were free a moment ago.
-std::vector<std::uint16_t> freePorts(int count) {
-    std::vector<host::SOCKET> held;
-    std::vector<std::uint16_t> ports;
-    for (int i = 0; i < count; ++i) {
-        host::SOCKET s = host::socket(host::AF_INET, host::SOCK_STREAM, host::IPPROTO_TCP);
-        const auto address = host::makeSockaddr(host::INADDR_LOOPBACK, 0);
-        host::bind(s, reinterpret_cast<const host::SOCKADDR*>(&address), sizeof address);
-        ports.push_back(host::localPort(s));
-        held.push_back(s);
-    }
-    for (auto s : held) host::closesocket(s);
-    return ports;
-}
 
 // Connects once the port listens, then resets the connection: the session
 // reports the receive error as a status text.
@@ -63,40 +43,15 @@ bool connectAndReset(std::uint16_t port, std::chrono::milliseconds limit) {
     return false;
 }
 
-// The program as the child of a pseudo-terminal; killed if it still runs
-// when the object goes.
+// The program on a pseudo-terminal, with the screen it has drawn so far.
 class TovelOnATerminal {
   public:
-    explicit TovelOnATerminal(const std::vector<std::string>& args) : screen_(kRows, kCols) {
-        std::vector<std::string> words{std::string(TOVEL_BUILD_DIR) + "/tovel"};
-        words.insert(words.end(), args.begin(), args.end());
-        std::vector<char*> argv;
-        for (auto& w : words) argv.push_back(w.data());
-        argv.push_back(nullptr);
-        winsize size{};
-        size.ws_row = kRows;
-        size.ws_col = kCols;
-        pid_ = ::forkpty(&master_, nullptr, nullptr, &size);
-        if (pid_ == 0) {
-            ::setenv("TERM", "vt100", 1);
-            ::setenv("LC_ALL", "C.UTF-8", 1);
-            ::execv(argv[0], argv.data());
-            ::_exit(127);
-        }
-        if (master_ >= 0) ::fcntl(master_, F_SETFL, ::fcntl(master_, F_GETFL) | O_NONBLOCK);
-    }
-    ~TovelOnATerminal() {
-        if (pid_ > 0 && !exitCode_) {
-            ::kill(pid_, SIGKILL);
-            int status = 0;
-            ::waitpid(pid_, &status, 0);
-        }
-        if (master_ >= 0) ::close(master_);
-    }
-    TovelOnATerminal(const TovelOnATerminal&) = delete;
-    TovelOnATerminal& operator=(const TovelOnATerminal&) = delete;
+    explicit TovelOnATerminal(const std::vector<std::string>& args)
+        : screen_(kRows, kCols),
+          child_(std::string(TOVEL_BUILD_DIR) + "/tovel", args, kRows, kCols,
+                 {{"TERM", "vt100"}, {"LC_ALL", "C.UTF-8"}}) {}
 
-    bool started() const { return pid_ > 0 && master_ >= 0; }
+    bool started() const { return child_.started(); }
     const TerminalScreen& screen() const { return screen_; }
 
     // Reads what the program draws until `ready` holds for the screen.
@@ -105,44 +60,26 @@ class TovelOnATerminal {
         const auto until = std::chrono::steady_clock::now() + limit;
         while (!ready(screen_)) {
             if (std::chrono::steady_clock::now() > until) return false;
-            drain(20);
+            screen_.feed(child_.read(20));
         }
         return true;
     }
 
-    void type(const std::string& keys) {
-        [[maybe_unused]] const ssize_t n = ::write(master_, keys.data(), keys.size());
-    }
+    void type(const std::string& keys) { child_.type(keys); }
 
     // The exit code once the program ended within `limit`; its output is
     // read meanwhile, so that it never waits on a full terminal.
     std::optional<int> exitCode(std::chrono::milliseconds limit) {
         const auto until = std::chrono::steady_clock::now() + limit;
-        while (!exitCode_ && std::chrono::steady_clock::now() < until) {
-            drain(10);
-            int status = 0;
-            if (::waitpid(pid_, &status, WNOHANG) == pid_)
-                exitCode_ = WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status);
-        }
-        return exitCode_;
+        std::optional<int> code;
+        while (!(code = child_.exitCode()) && std::chrono::steady_clock::now() < until)
+            screen_.feed(child_.read(10));
+        return code;
     }
 
   private:
-    void drain(int waitMs) {
-        pollfd fd{master_, POLLIN, 0};
-        if (::poll(&fd, 1, waitMs) <= 0) return;
-        char buffer[4096];
-        for (;;) {
-            const ssize_t n = ::read(master_, buffer, sizeof buffer);
-            if (n <= 0) return;
-            screen_.feed(std::string(buffer, static_cast<std::size_t>(n)));
-        }
-    }
-
     TerminalScreen screen_;
-    int master_ = -1;
-    pid_t pid_ = -1;
-    std::optional<int> exitCode_;
+    host::TerminalChild child_;
 };
 
 bool showsTheDialog(const TerminalScreen& s) {
@@ -155,9 +92,9 @@ bool showsTheDialog(const TerminalScreen& s) {
 }
 
 TEST(StatusWindowOnATerminal, ShowsTheStatusTheLoadAndTheLedsAndClosesWithEnter) {
-    if (::access(TOVEL_BUILD_DIR "/tovel", X_OK) != 0) GTEST_SKIP() << "tovel is not built";
+    if (!std::filesystem::exists(TOVEL_BUILD_DIR "/tovel")) GTEST_SKIP() << "tovel is not built";
     testing_support::TempUnitRoot root;
-    const auto ports = freePorts(3);
+    const auto ports = testing_support::freePorts(3);
     TovelOnATerminal tovel({"--root", root.path(), "--boards", "t1", "--port-map",
                             "3445=" + std::to_string(ports[0]), "--port-map",
                             "23=" + std::to_string(ports[1]), "--port-map",
@@ -203,9 +140,9 @@ TEST(StatusWindowOnATerminal, ShowsTheStatusTheLoadAndTheLedsAndClosesWithEnter)
 }
 
 TEST(StatusWindowOnATerminal, HeadlessOnATerminalPrintsStatusLinesAndEndsOnCtrlC) {
-    if (::access(TOVEL_BUILD_DIR "/tovel", X_OK) != 0) GTEST_SKIP() << "tovel is not built";
+    if (!std::filesystem::exists(TOVEL_BUILD_DIR "/tovel")) GTEST_SKIP() << "tovel is not built";
     testing_support::TempUnitRoot root;
-    const auto ports = freePorts(3);
+    const auto ports = testing_support::freePorts(3);
     TovelOnATerminal tovel({"--headless", "--root", root.path(), "--boards", "none", "--port-map",
                             "3445=" + std::to_string(ports[0]), "--port-map",
                             "23=" + std::to_string(ports[1]), "--port-map",

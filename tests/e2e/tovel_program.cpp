@@ -15,20 +15,6 @@ const std::string kVersionReply("\x04\0\0\0\x04\0\0\0\xED\xEA\x02\0", 12);
 const std::string kRebootRequest("\x05\x05\0\0\0\0\0\0\0\0\0\0\0\0\0\0", 16);
 const std::string kRebootReply("\x04\0\0\0\0\0\0\0", 8);
 
-std::vector<std::uint16_t> freePorts(int count) {
-    std::vector<host::SOCKET> held;
-    std::vector<std::uint16_t> ports;
-    for (int i = 0; i < count; ++i) {
-        host::SOCKET s = host::socket(host::AF_INET, host::SOCK_STREAM, host::IPPROTO_TCP);
-        const auto address = host::makeSockaddr(host::INADDR_LOOPBACK, 0);
-        host::bind(s, reinterpret_cast<const host::SOCKADDR*>(&address), sizeof address);
-        ports.push_back(host::localPort(s));
-        held.push_back(s);
-    }
-    for (auto s : held) host::closesocket(s);
-    return ports;
-}
-
 Client::Client(std::uint16_t port) {
     s_ = host::socket(host::AF_INET, host::SOCK_STREAM, host::IPPROTO_TCP);
     const auto address = host::makeSockaddr(host::INADDR_LOOPBACK, port);

@@ -22,8 +22,7 @@ extern const std::string kVersionReply;
 extern const std::string kRebootRequest;
 extern const std::string kRebootReply;
 
-// Distinct ports that were free a moment ago.
-std::vector<std::uint16_t> freePorts(int count);
+using testing_support::freePorts;
 
 // A client connection; closed with the object.
 class Client {

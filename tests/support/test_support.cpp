@@ -8,6 +8,7 @@
 #include "boards/error_log.h"
 #include "platform/files.h"
 #include "platform/registry.h"
+#include "platform/socket.h"
 #include "platform/text.h"
 
 namespace fs = std::filesystem;
@@ -16,7 +17,8 @@ namespace testing_support {
 
 TempUnitRoot::TempUnitRoot() {
     std::random_device rd;
-    fs::path base = fs::temp_directory_path() / ("tovel-test-" + std::to_string(rd()) + std::to_string(rd()));
+    fs::path base =
+        fs::temp_directory_path() / ("tovel-test-" + std::to_string(rd()) + std::to_string(rd()));
     fs::create_directories(base);
     path_ = base.string();
     closeLogFileForShutdown();
@@ -34,7 +36,9 @@ TempUnitRoot::~TempUnitRoot() {
     fs::remove_all(path_, ec);
 }
 
-std::string TempUnitRoot::hostPath(const std::wstring& originalPath) const { return host::mapPath(originalPath); }
+std::string TempUnitRoot::hostPath(const std::wstring& originalPath) const {
+    return host::mapPath(originalPath);
+}
 
 void TempUnitRoot::writeFile(const std::wstring& originalPath, const std::string& bytes) const {
     fs::path p = hostPath(originalPath);
@@ -57,7 +61,9 @@ DebugCapture::DebugCapture() {
     });
 }
 
-DebugCapture::~DebugCapture() { host::setDebugSink(previous_); }
+DebugCapture::~DebugCapture() {
+    host::setDebugSink(previous_);
+}
 
 std::vector<std::wstring> DebugCapture::texts() const {
     std::lock_guard<std::mutex> lock(mutex_);
@@ -70,14 +76,17 @@ std::wstring DebugCapture::all() const {
     return out;
 }
 
-bool DebugCapture::contains(const std::wstring& fragment) const { return all().find(fragment) != std::wstring::npos; }
+bool DebugCapture::contains(const std::wstring& fragment) const {
+    return all().find(fragment) != std::wstring::npos;
+}
 
 std::vector<std::wstring> logLinesOf(const std::string& hostFile) {
     std::ifstream in(hostFile, std::ios::binary);
     std::stringstream ss;
     ss << in.rdbuf();
     std::string bytes = ss.str();
-    std::wstring text = host::fromUtf16le(reinterpret_cast<const unsigned char*>(bytes.data()), bytes.size());
+    std::wstring text =
+        host::fromUtf16le(reinterpret_cast<const unsigned char*>(bytes.data()), bytes.size());
     std::vector<std::wstring> lines;
     std::size_t start = 0;
     for (;;) {
@@ -112,6 +121,22 @@ int logCount(const std::wstring& fragment) {
     return n;
 }
 
-bool logContains(const std::wstring& fragment) { return logCount(fragment) > 0; }
+bool logContains(const std::wstring& fragment) {
+    return logCount(fragment) > 0;
+}
+
+std::vector<std::uint16_t> freePorts(int count) {
+    std::vector<host::SOCKET> held;
+    std::vector<std::uint16_t> ports;
+    for (int i = 0; i < count; ++i) {
+        host::SOCKET s = host::socket(host::AF_INET, host::SOCK_STREAM, host::IPPROTO_TCP);
+        const auto address = host::makeSockaddr(host::INADDR_LOOPBACK, 0);
+        host::bind(s, reinterpret_cast<const host::SOCKADDR*>(&address), sizeof address);
+        ports.push_back(host::localPort(s));
+        held.push_back(s);
+    }
+    for (auto s : held) host::closesocket(s);
+    return ports;
+}
 
 }  // namespace testing_support

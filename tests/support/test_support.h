@@ -1,6 +1,7 @@
 #pragma once
 // Helpers shared by the test suites: a temporary unit root, captured debug
 // output, and the event log read back as text lines.
+#include <cstdint>
 #include <mutex>
 #include <string>
 #include <vector>
@@ -10,9 +11,10 @@
 namespace testing_support {
 
 // Creates a fresh unit root folder under the system's temporary folder with
-// the flash disk's user folder in it, makes it the host's unit root, and removes it again on destruction.
+// the flash disk's user folder in it, makes it the host's unit root, and removes it again on
+// destruction.
 class TempUnitRoot {
-public:
+  public:
     TempUnitRoot();
     ~TempUnitRoot();
     TempUnitRoot(const TempUnitRoot&) = delete;
@@ -24,24 +26,27 @@ public:
     void writeFile(const std::wstring& originalPath, const std::string& bytes) const;
     std::string readFile(const std::wstring& originalPath) const;
 
-private:
+  private:
     std::string path_;
 };
 
 // Collects everything written to the debug output while it lives.
 class DebugCapture {
-public:
+  public:
     DebugCapture();
     ~DebugCapture();
     std::vector<std::wstring> texts() const;
     std::wstring all() const;
     bool contains(const std::wstring& fragment) const;
 
-private:
+  private:
     mutable std::mutex mutex_;
     std::vector<std::wstring> texts_;
     host::DebugSink previous_;
 };
+
+// Distinct loopback ports that were free a moment ago.
+std::vector<std::uint16_t> freePorts(int count);
 
 // The entries of usb.log (and of a given file), decoded from UTF-16LE and
 // split at CR LF, time stamps removed ("MM/DD/YYYY hh:mm:ss " prefix).
