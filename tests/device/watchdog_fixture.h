@@ -37,12 +37,7 @@ class WatchdogTest : public ::testing::Test {
         host::setExitHandler(previousExit_);
     }
 
-    void onPlatform(const std::string& name) {
-        root_.writeFile(
-            L"\\registry.reg",
-            "REGEDIT4\r\n\r\n[HKEY_LOCAL_MACHINE\\Platform]\r\n\"Name\"=\"" + name + "\"\r\n");
-        host::reloadRegistry();
-    }
+    void onPlatform(const std::string& name) { root_.namePlatform(name); }
     void onKtx() { onPlatform("Kestrix Platform"); }
     void onVbq() { onPlatform("VBQ"); }
 

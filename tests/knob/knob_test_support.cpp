@@ -54,10 +54,7 @@ void CounterKnobTest::TearDown() {
 }
 
 void CounterKnobTest::usePlatform(const std::string& name) {
-    root_.writeFile(
-        L"\\registry.reg",
-        "REGEDIT4\r\n\r\n[HKEY_LOCAL_MACHINE\\Platform]\r\n\"Name\"=\"" + name + "\"\r\n");
-    host::reloadRegistry();
+    root_.namePlatform(name);
     resetPlatformForTests();
 }
 

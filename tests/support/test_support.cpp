@@ -54,6 +54,12 @@ std::string TempUnitRoot::readFile(const std::wstring& originalPath) const {
     return ss.str();
 }
 
+void TempUnitRoot::namePlatform(const std::string& name) const {
+    writeFile(L"\\registry.reg",
+              "REGEDIT4\r\n\r\n[HKEY_LOCAL_MACHINE\\Platform]\r\n\"Name\"=\"" + name + "\"\r\n");
+    host::reloadRegistry();
+}
+
 DebugCapture::DebugCapture() {
     previous_ = host::setDebugSink([this](const std::wstring& text) {
         std::lock_guard<std::mutex> lock(mutex_);

@@ -25,6 +25,8 @@ class TempUnitRoot {
     std::string hostPath(const std::wstring& originalPath) const;
     void writeFile(const std::wstring& originalPath, const std::string& bytes) const;
     std::string readFile(const std::wstring& originalPath) const;
+    // A registry that names only the platform, loaded at once.
+    void namePlatform(const std::string& name) const;
 
   private:
     std::string path_;
