@@ -97,6 +97,7 @@ TEST_F(TovelSim, PulledBoardFailsItsClientIsRetiredAndServesAgainOncePluggedIn) 
     auto third = connectWhenListening(remotePort);
     ASSERT_TRUE(third->connected());
     const std::string reply = third->ask(echoRequest("back"), 12);
+    ASSERT_EQ(reply.size(), 12u) << outputText();
     EXPECT_EQ(statusOf(reply), 0u);
     EXPECT_EQ(reply.substr(8), "back");
     stopAndExpectCleanExit();
