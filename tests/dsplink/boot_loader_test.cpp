@@ -4,56 +4,21 @@
 
 #include "boards/error_log.h"
 #include "tests/dsplink/link_fixture.h"
+#include "tools/coffkit/coff_writer.h"
 
 using namespace linktest;
 using namespace dsplink;
 
 namespace {
 
-struct SectionDef {
-    std::string name;
-    std::uint32_t address = 0;
-    std::uint32_t flags = 0x20;  // text
-    std::vector<BYTE> data;
-    bool zeroFilePos = false;
-};
+using coffkit::dataSection;
 
-void put16(std::string& out, std::uint16_t v) {
-    out += static_cast<char>(v & 0xFF);
-    out += static_cast<char>(v >> 8);
-}
-void put32(std::string& out, std::uint32_t v) {
-    for (int i = 0; i < 4; ++i) out += static_cast<char>((v >> (8 * i)) & 0xFF);
-}
-
-// A little-endian C6000 COFF2 image holding `sections`, data after the headers.
-std::string coffImage(const std::vector<SectionDef>& sections) {
-    std::string file;
-    put16(file, 0x00C2);
-    put16(file, static_cast<std::uint16_t>(sections.size()));
-    put32(file, 0);
-    put32(file, 0);
-    put32(file, 0);
-    put16(file, 0);  // no optional header
-    put16(file, 0x0100);
-    put16(file, 0x0099);
-    std::uint32_t dataPos = static_cast<std::uint32_t>(22 + 48 * sections.size());
-    for (const auto& s : sections) {
-        std::string name = s.name;
-        name.resize(8, '\0');
-        file += name;
-        put32(file, s.address);
-        put32(file, s.address);
-        put32(file, static_cast<std::uint32_t>(s.data.size()));
-        put32(file, s.zeroFilePos ? 0 : dataPos);
-        for (int i = 0; i < 4; ++i) put32(file, 0);
-        put32(file, s.flags);
-        put16(file, 0);
-        put16(file, 0);
-        dataPos += static_cast<std::uint32_t>(s.data.size());
-    }
-    for (const auto& s : sections) file.append(s.data.begin(), s.data.end());
-    return file;
+// A little-endian C6000 COFF2 image holding `sections`.
+std::string coffImage(std::vector<coffkit::CoffSectionSpec> sections) {
+    coffkit::CoffImageSpec spec;
+    spec.sections = std::move(sections);
+    const auto file = coffkit::buildCoffImage(spec);
+    return std::string(file.begin(), file.end());
 }
 
 std::vector<BYTE> bytes(std::size_t n, BYTE seed) {
@@ -100,11 +65,11 @@ class BootLoaderTest : public LinkTest {
 };
 
 TEST_F(BootLoaderTest, SectionsGoOutIn820ByteChunksBetweenStartAndEnd) {
-    const std::vector<SectionDef> sections = {
-        {".text", 0x1000, 0x20, bytes(820, 1)},
-        {".cinit", 0x2000, 0x40, bytes(1640, 2)},
-        {".const", 0x3000, 0x40, bytes(819, 3)},
-        {".far", 0x80000000, 0x40, bytes(2000, 4)},
+    const std::vector<coffkit::CoffSectionSpec> sections = {
+        dataSection(".text", 0x1000, 0x20, bytes(820, 1)),
+        dataSection(".cinit", 0x2000, 0x40, bytes(1640, 2)),
+        dataSection(".const", 0x3000, 0x40, bytes(819, 3)),
+        dataSection(".far", 0x80000000, 0x40, bytes(2000, 4)),
     };
     installImage(coffImage(sections));
 
@@ -145,14 +110,16 @@ TEST_F(BootLoaderTest, SectionsGoOutIn820ByteChunksBetweenStartAndEnd) {
 }
 
 TEST_F(BootLoaderTest, SectionsThatAreNotLoadedAreSkipped) {
+    auto noFilePos = dataSection(".zero", 0x200, 0x40, bytes(6, 2));
+    noFilePos.rawDataPosField = 0;
     installImage(coffImage({
-        {".info", 0x100, 0x40, bytes(10, 1)},
-        {".zero", 0x200, 0x40, bytes(6, 2), true},
-        {".noload", 0x300, 0x42, bytes(7, 3)},
-        {".dsect", 0x400, 0x41, bytes(8, 4)},
-        {".bss", 0x500, 0x80, bytes(9, 5)},
-        {".empty", 0x600, 0x40, {}},
-        {".text", 0x700, 0x20, bytes(5, 6)},
+        dataSection(".info", 0x100, 0x40, bytes(10, 1)),
+        noFilePos,
+        dataSection(".noload", 0x300, 0x42, bytes(7, 3)),
+        dataSection(".dsect", 0x400, 0x41, bytes(8, 4)),
+        dataSection(".bss", 0x500, 0x80, bytes(9, 5)),
+        dataSection(".empty", 0x600, 0x40, {}),
+        dataSection(".text", 0x700, 0x20, bytes(5, 6)),
     }));
     EXPECT_EQ(link->boot(), dspOk);
     const auto sent = chunks();
@@ -174,8 +141,8 @@ TEST_F(BootLoaderTest, MissingImageSendsNothing) {
 
 TEST_F(BootLoaderTest, FailedChunkStopsTheDownloadWithItsError) {
     installImage(coffImage({
-        {".text", 0x1000, 0x20, bytes(2000, 1)},
-        {".data", 0x9000, 0x40, bytes(100, 2)},
+        dataSection(".text", 0x1000, 0x20, bytes(2000, 1)),
+        dataSection(".data", 0x9000, 0x40, bytes(100, 2)),
     }));
     owner.removing = true;
     dsp->failSendsOfDevice(kDeviceBootChunk, 1, ERROR_DEVICE_NOT_CONNECTED);
@@ -189,7 +156,7 @@ TEST_F(BootLoaderTest, FailedChunkStopsTheDownloadWithItsError) {
 }
 
 TEST_F(BootLoaderTest, UnsentStartOrEndFrameEndsTheBoot) {
-    installImage(coffImage({{".text", 0x10, 0x20, bytes(10, 1)}}));
+    installImage(coffImage({dataSection(".text", 0x10, 0x20, bytes(10, 1))}));
     owner.removing = true;
     dsp->failSendsOfDevice(kDeviceBootStart, 0, ERROR_INVALID_HANDLE);
     EXPECT_EQ(link->boot(), dspUsbCommFailed);

@@ -58,11 +58,6 @@ void ScriptedDsp::pushStatus(BYTE status, BYTE sequence) {
     statusQueue_.push_back({status, sequence});
 }
 
-void ScriptedDsp::setStatusSource(std::function<StatusBlock()> source) {
-    std::lock_guard<std::mutex> lock(mutex_);
-    statusSource_ = std::move(source);
-}
-
 void ScriptedDsp::setReply(std::vector<BYTE> frame) {
     std::lock_guard<std::mutex> lock(mutex_);
     reply_ = std::move(frame);
@@ -142,9 +137,7 @@ bool ScriptedDsp::ioControl(DWORD code, void* in, DWORD inSize, void* out, DWORD
 
     switch (code) {
         case dsplink::IOCTL_DSP_GET_STATUS: {
-            if (statusSource_) {
-                current_ = statusSource_();
-            } else if (!statusQueue_.empty()) {
+            if (!statusQueue_.empty()) {
                 current_ = statusQueue_.front();
                 statusQueue_.pop_front();
             }

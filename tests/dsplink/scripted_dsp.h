@@ -49,8 +49,6 @@ class ScriptedDsp : public host::StreamDriver, public std::enable_shared_from_th
     // Status blocks for successive reads; once they are used up, the last one
     // read stays.
     void pushStatus(BYTE status, BYTE sequence);
-    // A status block computed per read (overrides the queue).
-    void setStatusSource(std::function<StatusBlock()> source);
     // The frame the next data reads answer with (zero-padded).
     void setReply(std::vector<BYTE> frame);
     // DSP model: each device-1 send moves the sequence on by 2 and shows
@@ -81,7 +79,6 @@ class ScriptedDsp : public host::StreamDriver, public std::enable_shared_from_th
     DWORD failDeviceError_ = 0;
     std::deque<StatusBlock> statusQueue_;
     StatusBlock current_;
-    std::function<StatusBlock()> statusSource_;
     std::vector<BYTE> reply_;
     std::function<BYTE(BYTE)> model_;
     std::shared_ptr<host::ManualClock> clock_;

@@ -95,16 +95,6 @@ TEST_F(SimLinkTest, AcknowledgedCommandsAreAwaited) {
     EXPECT_TRUE(link->sequenceInitNeeded());
 }
 
-TEST_F(SimLinkTest, RejectedCommandAnswersBadCommand) {
-    std::vector<BYTE> reply(4);
-    int length = 4;
-    EXPECT_EQ(link->atomicGet(sim::kOpcodeReject, nullptr, 0, 0, reply.data(), &length),
-              dspBadCommand);
-    EXPECT_FALSE(link->sequenceInitNeeded());
-    std::vector<BYTE> echoed;
-    EXPECT_EQ(echo({1}, echoed), dspOk);
-}
-
 TEST_F(SimLinkTest, InvalidReportedStatesEndTheExchange) {
     std::vector<BYTE> reply;
     EXPECT_EQ(echo({1}, reply), dspOk);
@@ -147,19 +137,6 @@ TEST_F(SimLinkTest, MixedUpReplyIsReportedWithoutLosingStep) {
     EXPECT_FALSE(link->sequenceInitNeeded());
     EXPECT_EQ(echo({0x43}, reply), dspOk);
     EXPECT_EQ(owner.count(L"initNoBoot"), 1);
-}
-
-TEST_F(SimLinkTest, TransientTransferFailureIsRetried) {
-    std::vector<BYTE> reply;
-    EXPECT_EQ(echo({1}, reply), dspOk);
-    board->failNextTransfers(2, ERROR_GEN_FAILURE);
-    EXPECT_EQ(echo({5, 6}, reply), dspOk);
-    EXPECT_EQ(reply, (std::vector<BYTE>{5, 6}));
-    EXPECT_EQ(clock->totalSlept(), 50u + 100u);
-    EXPECT_EQ(testing_support::logCount(L"IOFailure (31) encountered in CommPolicy_USB::"
-                                        L"primitiveSendData ...retrying"),
-              2);
-    EXPECT_EQ(testing_support::logCount(L"FAILURE!"), 0);
 }
 
 TEST_F(SimLinkTest, DetachedBoardIsGivenUp) {
