@@ -5,6 +5,7 @@
 
 #include "app/led_outputs.h"
 #include "panel/digital_output.h"
+#include "platform/text.h"
 #include "platform/thread.h"
 #include "server/tovel_ctlr.h"
 #include "sim/dio_block.h"
@@ -28,41 +29,40 @@ std::vector<std::wstring> ledLines(const testing_support::DebugCapture& debug) {
 
 // ---- LED set-up per platform answer.
 
-TEST_F(DialogTest, KtxLedsAreLines6And0And14) {
-    onKtx();
-    DialogCore core(fakeEnvironment());
-    core.setUpLeds();
-    EXPECT_EQ(leds_.asked(), (std::vector<int>{6, 0, 14}));
-    EXPECT_EQ(ledLines(debug_), (std::vector<std::wstring>{
-                                    L"  Init (KTX) GrnLED\n", L"  Init (KTX) FrontPanelLED\n",
-                                    L"  Start Blink GrnLED\n", L"  Start Blink FrontPanelLED\n"}));
-    ASSERT_NE(core.greenBlinker(), nullptr);
-    ASSERT_NE(core.frontPanelBlinker(), nullptr);
-    EXPECT_EQ(core.greenBlinker()->mode(), 2);
-    EXPECT_EQ(core.greenBlinker()->offTime(), 500u);
-    EXPECT_EQ(core.greenBlinker()->onTime(), 250u);
-    EXPECT_EQ(core.frontPanelBlinker()->mode(), 6);
-    EXPECT_EQ(core.frontPanelBlinker()->offTime(), 500u);
-    EXPECT_EQ(core.frontPanelBlinker()->onTime(), 500u);
-}
-
-TEST_F(DialogTest, VbqLedsAreLines19And14And15) {
-    onVbq();
-    DialogCore core(fakeEnvironment());
-    core.setUpLeds();
-    EXPECT_EQ(leds_.asked(), (std::vector<int>{19, 14, 15}));
-    EXPECT_EQ(ledLines(debug_), (std::vector<std::wstring>{
-                                    L"  Init (VBQ) GrnLED\n", L"  Init (VBQ) FrontPanelLED\n",
-                                    L"  Start Blink GrnLED\n", L"  Start Blink FrontPanelLED\n"}));
-}
-
-TEST_F(DialogTest, UnreadablePlatformUsesTheKtxLines) {
-    // No "\Platform" key at all.
-    DialogCore core(fakeEnvironment());
-    core.setUpLeds();
-    ASSERT_EQ(getPlatform(), PlatformUnreadable);
-    EXPECT_EQ(leds_.asked(), (std::vector<int>{6, 0, 14}));
-    EXPECT_TRUE(debug_.contains(L"  Init (KTX) GrnLED\n"));
+TEST_F(DialogTest, LedLinesFollowThePlatformAndAnUnreadableOneIsTakenForKtx) {
+    struct Case {
+        const char* platform;  // nullptr: no "\\Platform" key at all
+        std::vector<int> lines;
+        const wchar_t* board;
+    };
+    const Case cases[] = {{nullptr, {6, 0, 14}, L"KTX"},
+                          {"Kestrix Platform", {6, 0, 14}, L"KTX"},
+                          {"VBQ", {19, 14, 15}, L"VBQ"}};
+    for (const auto& c : cases) {
+        SCOPED_TRACE(c.platform ? c.platform : "unreadable");
+        resetPlatformForTests();
+        if (c.platform) onPlatform(c.platform);
+        dialog_test::FakeLeds leds;
+        auto env = fakeEnvironment();
+        env.makeLedLine = [&leds](int line) { return leds.make(line); };
+        testing_support::DebugCapture debug;
+        DialogCore core(env);
+        core.setUpLeds();
+        EXPECT_EQ(leds.asked(), c.lines);
+        const std::wstring init = host::wformat(L"  Init (%s) ", c.board);
+        EXPECT_EQ(ledLines(debug),
+                  (std::vector<std::wstring>{init + L"GrnLED\n", init + L"FrontPanelLED\n",
+                                             L"  Start Blink GrnLED\n",
+                                             L"  Start Blink FrontPanelLED\n"}));
+        ASSERT_NE(core.greenBlinker(), nullptr);
+        ASSERT_NE(core.frontPanelBlinker(), nullptr);
+        EXPECT_EQ(core.greenBlinker()->mode(), 2);
+        EXPECT_EQ(core.greenBlinker()->offTime(), 500u);
+        EXPECT_EQ(core.greenBlinker()->onTime(), 250u);
+        EXPECT_EQ(core.frontPanelBlinker()->mode(), 6);
+        EXPECT_EQ(core.frontPanelBlinker()->offTime(), 500u);
+        EXPECT_EQ(core.frontPanelBlinker()->onTime(), 500u);
+    }
 }
 
 TEST_F(DialogTest, ABlinkerWhoseLineCannotBeHadIsSkipped) {

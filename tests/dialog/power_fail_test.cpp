@@ -220,41 +220,26 @@ TEST(CoreLibrary, TheHostsFileSystemFunctionIsThereUnlessReplaced) {
 
 // ---- The dialog starts the thread on KTX only.
 
-TEST_F(DialogTest, OnVbqNeitherTheEventNorTheThreadIsMade) {
-    onVbq();
-    auto dio = sim::installDioBlock();
-    DialogCore core(fakeEnvironment());
-    RecordingControls controls;
-    core.OnInitDialog(controls);
-    EXPECT_EQ(core.powerFailThread(), NULL_HANDLE);
-    EXPECT_EQ(dio->armedRising(), 0u);
-    EXPECT_EQ(dio->interruptMask(), 0u);
-    const HANDLE event = host::CreateEventW(false, false, L"DIOInt17");
-    EXPECT_NE(host::GetLastError(), ERROR_ALREADY_EXISTS);
-    host::CloseHandle(event);
-    EXPECT_FALSE(debug_.contains(L"PowerFailThread"));
-}
-
-TEST_F(DialogTest, OnAnUnreadablePlatformNoThreadIsMadeEither) {
-    auto dio = sim::installDioBlock();
-    DialogCore core(fakeEnvironment());
-    RecordingControls controls;
-    core.OnInitDialog(controls);
-    EXPECT_EQ(getPlatform(), PlatformUnreadable);
-    EXPECT_EQ(core.powerFailThread(), NULL_HANDLE);
-    EXPECT_EQ(dio->armedRising(), 0u);
-}
-
-TEST_F(DialogTest, OnKtxTheThreadStartsAtIdleAndRaisesItself) {
-    onKtx();
-    auto dio = sim::installDioBlock();
-    DialogCore core(fakeEnvironment());
-    RecordingControls controls;
-    core.OnInitDialog(controls);
-    ASSERT_NE(core.powerFailThread(), NULL_HANDLE);
-    ASSERT_TRUE(eventually([this] { return debug_.contains(L"PowerFailThread - Enter Loop"); }));
-    EXPECT_EQ(host::CeGetThreadPriority(core.powerFailThread()), kPowerFailPriority);
-    EXPECT_EQ(dio->armedRising(), 0x00020000u);
+TEST_F(DialogTest, OnVbqOrAnUnreadablePlatformNeitherTheEventNorTheThreadIsMade) {
+    for (const char* platform : {"", "VBQ"}) {
+        SCOPED_TRACE(platform);
+        resetPlatformForTests();
+        if (*platform) onVbq();
+        auto dio = sim::installDioBlock();
+        {
+            DialogCore core(fakeEnvironment());
+            RecordingControls controls;
+            core.OnInitDialog(controls);
+            EXPECT_EQ(core.powerFailThread(), NULL_HANDLE);
+        }
+        EXPECT_EQ(getPlatform(), *platform ? PlatformVbq : PlatformUnreadable);
+        EXPECT_EQ(dio->armedRising(), 0u);
+        EXPECT_EQ(dio->interruptMask(), 0u);
+        const HANDLE event = host::CreateEventW(false, false, L"DIOInt17");
+        EXPECT_NE(host::GetLastError(), ERROR_ALREADY_EXISTS);
+        host::CloseHandle(event);
+        EXPECT_FALSE(debug_.contains(L"PowerFailThread"));
+    }
 }
 
 // ---- On the simulated unit, end to end.
