@@ -20,6 +20,20 @@ class KindTest : public BoardTest {
         return std::make_unique<CommPolicy_USB>(nullptr, openDriver());
     }
 
+    // The controller of `kind` on a new link.
+    static std::unique_ptr<UsbCtlr> makeCtlr(sim::BoardKind kind, bool boot, bool flash) {
+        switch (kind) {
+            case sim::BoardKind::T1:
+                return std::make_unique<T1Ctlr>(openLink(), boot, flash);
+            case sim::BoardKind::RF:
+                return std::make_unique<RFCtlr>(openLink(), boot, flash);
+            case sim::BoardKind::Analog:
+                return std::make_unique<AnalogCtlr>(openLink(), boot, flash);
+            default:
+                return std::make_unique<EthernetCtlr>(openLink(), boot, flash);
+        }
+    }
+
     static std::wstring withAddress(const wchar_t* format, const void* object) {
         return host::wformat(format, logAddress(object));
     }
@@ -29,7 +43,6 @@ const std::vector<BYTE> kFlashPayload = {0, 0, 0, 0, 0x48, 0xAF, 0x49, 0x00};
 
 struct KindCase {
     sim::BoardKind board;
-    std::function<std::unique_ptr<UsbCtlr>(std::unique_ptr<CommPolicy_USB>)> make;
     int kindNumber;
     const wchar_t* cofFile;
     const wchar_t* name;  // "%x": the controller
@@ -38,34 +51,26 @@ struct KindCase {
     const wchar_t* bootedVersion;
 };
 
-template <class Kind>
-std::unique_ptr<UsbCtlr> make(std::unique_ptr<CommPolicy_USB> link) {
-    return std::make_unique<Kind>(std::move(link), true, false);
-}
-
 TEST_F(KindTest, EachKindBootsFromItsOwnImageAndNamesItself) {
     const KindCase cases[] = {
-        {sim::BoardKind::T1, make<T1Ctlr>, 2, L"t1.cof", L"aT1Ctlr(Serial#1050000000 this=%x)",
+        {sim::BoardKind::T1, 2, L"t1.cof", L"aT1Ctlr(Serial#1050000000 this=%x)",
          L"T1Ctlr::T1Ctlr Created a T1Ctlr! (this=%x)", L"~T1Ctlr Destructing: this=%x", L"102.2"},
-        {sim::BoardKind::RF, make<RFCtlr>, 1, L"rf.cof", L"aRFCtlr(Serial#1150000000)",
+        {sim::BoardKind::RF, 1, L"rf.cof", L"aRFCtlr(Serial#1150000000)",
          L"RFCtlr::RFCtlr Created a RFCtlr!(this=%x)", L" Destructing: this=%x", L"53.3"},
-        {sim::BoardKind::IP150, make<EthernetCtlr>, 2, L"ip.cof",
-         L"aEthernetCtlr(Serial#1235000000 this=%x)",
+        {sim::BoardKind::IP150, 2, L"ip.cof", L"aEthernetCtlr(Serial#1235000000 this=%x)",
          L"EthernetCtlr::EthernetCtlr Created a EthernetCtlr!(this=%x)",
          L"~EthernetCtlr Destructing: this=%x", L"99.6"},
-        {sim::BoardKind::IP163, make<EthernetCtlr>, 2, L"ipg.cof",
-         L"aEthernetCtlr(Serial#1245000000 this=%x)",
+        {sim::BoardKind::IP163, 2, L"ipg.cof", L"aEthernetCtlr(Serial#1245000000 this=%x)",
          L"EthernetCtlr::EthernetCtlr Created a EthernetCtlr!(this=%x)",
          L"~EthernetCtlr Destructing: this=%x", L"99.6"},
-        {sim::BoardKind::Analog, make<AnalogCtlr>, 4, L"pots.cof",
-         L"aAnalogCtlr(Serial#1350000000 this=%x)",
+        {sim::BoardKind::Analog, 4, L"pots.cof", L"aAnalogCtlr(Serial#1350000000 this=%x)",
          L"AnalogCtlr::AnalogCtlr Created a AnalogCtlr!(this=%x)",
          L"~AnalogCtlr Destructing: this=%x", L"58.4"},
     };
     for (const KindCase& c : cases) {
         SCOPED_TRACE(c.cofFile);
         auto board = attach(c.board);
-        auto ctlr = c.make(openLink());
+        auto ctlr = makeCtlr(c.board, true, false);
         const void* address = ctlr.get();
         const std::wstring name = withAddress(c.name, address);
 
@@ -154,23 +159,11 @@ TEST_F(KindTest, T1VersionBytesAreSigned) {
 
 TEST_F(KindTest, VersionRepliesOfEachLayoutAreRead) {
     acceptAnyCofVersion = true;
-    const std::pair<sim::BoardKind,
-                    std::function<std::unique_ptr<UsbCtlr>(std::unique_ptr<CommPolicy_USB>)>>
-        kinds[] = {
-            {sim::BoardKind::RF,
-             [](auto link) { return std::make_unique<RFCtlr>(std::move(link), false, false); }},
-            {sim::BoardKind::IP150,
-             [](auto link) {
-                 return std::make_unique<EthernetCtlr>(std::move(link), false, false);
-             }},
-            {sim::BoardKind::Analog, [](auto link) {
-                 return std::make_unique<AnalogCtlr>(std::move(link), false, false);
-             }}};
-    for (const auto& [kind, factory] : kinds) {
+    for (auto kind : {sim::BoardKind::RF, sim::BoardKind::IP150, sim::BoardKind::Analog}) {
         sim::BoardSpec spec = sim::defaultBoardSpec(kind);
         spec.defaultVersion = {201, 45};
         auto board = attach(spec);
-        auto ctlr = factory(openLink());
+        auto ctlr = makeCtlr(kind, false, false);
         EXPECT_EQ(ctlr->getCofVersionText(), L"201.45") << sim::kindName(kind);
         EXPECT_EQ(board->bootCount(), 0u);
         ctlr.reset();
@@ -178,7 +171,7 @@ TEST_F(KindTest, VersionRepliesOfEachLayoutAreRead) {
     }
 }
 
-TEST_F(KindTest, NewIpBoardRefusesProgramsBelowMajor60) {
+TEST_F(KindTest, OnlyTheNewIpBoardRefusesProgramsBelowMajor60) {
     acceptAnyCofVersion = true;
     installImage(L"ipg.cof", 59, 0);
     auto board = attach(sim::BoardKind::IP163);
@@ -198,15 +191,13 @@ TEST_F(KindTest, NewIpBoardRefusesProgramsBelowMajor60) {
     EXPECT_EQ(accepted.getCofVersionText(), L"60.0");
     EXPECT_TRUE(accepted.isNewIpBoard());
     EXPECT_EQ(accepted.boot(), dspOk);
-}
 
-TEST_F(KindTest, OlderIpBoardTakesAnyAcceptedProgram) {
-    acceptAnyCofVersion = true;
+    // An older IP board takes any accepted program.
     installImage(L"ip.cof", 59, 0);
     attach(sim::BoardKind::IP150);
-    EthernetCtlr ip(openLink(), true, false);
-    EXPECT_FALSE(ip.isNewIpBoard());
-    EXPECT_EQ(ip.getCofVersionText(), L"59.0");
+    EthernetCtlr older(openLink(), true, false);
+    EXPECT_FALSE(older.isNewIpBoard());
+    EXPECT_EQ(older.getCofVersionText(), L"59.0");
 }
 
 TEST_F(KindTest, FlashAfterBootSendsEachKindsCommand) {
@@ -222,11 +213,7 @@ TEST_F(KindTest, FlashAfterBootSendsEachKindsCommand) {
     };
     for (const Flash& f : flashes) {
         auto board = attach(f.kind);
-        std::unique_ptr<UsbCtlr> ctlr;
-        if (f.kind == sim::BoardKind::T1) ctlr = std::make_unique<T1Ctlr>(openLink(), true, true);
-        if (f.kind == sim::BoardKind::RF) ctlr = std::make_unique<RFCtlr>(openLink(), true, true);
-        if (f.kind == sim::BoardKind::IP150)
-            ctlr = std::make_unique<EthernetCtlr>(openLink(), true, true);
+        auto ctlr = makeCtlr(f.kind, true, true);
         EXPECT_TRUE(ctlr->flashed);
         EXPECT_EQ(board->commandCount(f.opcode), 1u);
         EXPECT_EQ(board->commandHistory().back().payload, kFlashPayload);
@@ -321,21 +308,7 @@ TEST_F(KindTest, KindsOwnTheirSerialRangesInclusively) {
     for (const Range& r : ranges) {
         for (std::uint32_t serial : {r.first - 1, r.first, r.last, r.last + 1}) {
             attach(r.kind, serial);
-            std::unique_ptr<UsbCtlr> ctlr;
-            switch (r.kind) {
-                case sim::BoardKind::T1:
-                    ctlr = std::make_unique<T1Ctlr>(openLink(), false, false);
-                    break;
-                case sim::BoardKind::RF:
-                    ctlr = std::make_unique<RFCtlr>(openLink(), false, false);
-                    break;
-                case sim::BoardKind::Analog:
-                    ctlr = std::make_unique<AnalogCtlr>(openLink(), false, false);
-                    break;
-                default:
-                    ctlr = std::make_unique<EthernetCtlr>(openLink(), false, false);
-                    break;
-            }
+            auto ctlr = makeCtlr(r.kind, false, false);
             EXPECT_EQ(ctlr->ownsSerialNumber(), serial == r.first || serial == r.last)
                 << sim::kindName(r.kind) << " " << serial;
             ctlr.reset();
