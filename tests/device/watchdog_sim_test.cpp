@@ -7,9 +7,24 @@ namespace {
 using sim::OsTimerBlock;
 using sim::VendorWatchdogLibrary;
 
+class SimulatedUnit : public WatchdogTest {
+  protected:
+    // Armed and never serviced, the unit is reset at 127 s and not sooner.
+    void expectResetAfter127SecondsUnserviced() {
+        WatchDog::Singleton();
+        monitorsWaiting();
+        time_->advance(126999);
+        EXPECT_TRUE(stillRunning());
+        time_->advance(1);
+        EXPECT_EQ(resetCode(), sim::kWatchdogResetExitCode);
+        EXPECT_TRUE(debug_.contains(L"SIMULATED HARDWARE WATCHDOG EXPIRED"));
+        EXPECT_TRUE(testing_support::logContains(L"Hardware watchdog expired"));
+    }
+};
+
 // --- the simulated vendor watchdog ------------------------------------------
 
-class SimulatedKtxUnit : public WatchdogTest {
+class SimulatedKtxUnit : public SimulatedUnit {
   protected:
     void SetUp() override {
         WatchdogTest::SetUp();
@@ -19,14 +34,7 @@ class SimulatedKtxUnit : public WatchdogTest {
 
 TEST_F(SimulatedKtxUnit, UnservicedWatchdogResetsTheUnitAfter127Seconds) {
     VendorWatchdogLibrary library;
-    WatchDog::Singleton();
-    monitorsWaiting();
-    time_->advance(126999);
-    EXPECT_TRUE(stillRunning());
-    time_->advance(1);
-    EXPECT_EQ(resetCode(), sim::kWatchdogResetExitCode);
-    EXPECT_TRUE(debug_.contains(L"SIMULATED HARDWARE WATCHDOG EXPIRED"));
-    EXPECT_TRUE(testing_support::logContains(L"Hardware watchdog expired"));
+    expectResetAfter127SecondsUnserviced();
 }
 
 TEST_F(SimulatedKtxUnit, ServicingEvery60SecondsKeepsTheUnitUp) {
@@ -91,7 +99,7 @@ TEST_F(SimulatedKtxUnit, UnwritableLinuxDeviceIsRefused) {
 
 // --- the simulated timer block ----------------------------------------------
 
-class SimulatedVbqUnit : public WatchdogTest {
+class SimulatedVbqUnit : public SimulatedUnit {
   protected:
     void SetUp() override {
         WatchdogTest::SetUp();
@@ -115,14 +123,7 @@ TEST_F(SimulatedVbqUnit, CounterRunsAt3686400HzOnTheHostClock) {
 
 TEST_F(SimulatedVbqUnit, UnservicedWatchdogResetsTheUnitAfter127Seconds) {
     OsTimerBlock timer;
-    WatchDog::Singleton();
-    monitorsWaiting();
-    time_->advance(126999);
-    EXPECT_TRUE(stillRunning());
-    time_->advance(1);
-    EXPECT_EQ(resetCode(), sim::kWatchdogResetExitCode);
-    EXPECT_TRUE(debug_.contains(L"SIMULATED HARDWARE WATCHDOG EXPIRED"));
-    EXPECT_TRUE(testing_support::logContains(L"Hardware watchdog expired"));
+    expectResetAfter127SecondsUnserviced();
 }
 
 TEST_F(SimulatedVbqUnit, ServicingEvery60SecondsKeepsTheUnitUp) {
