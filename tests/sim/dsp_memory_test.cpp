@@ -30,7 +30,7 @@ TEST(DspMemory, WriteRunningPastTheAddressSpaceIsCut) {
     EXPECT_TRUE(memory.isWritten(0xFFFFFFFE, 2));
 }
 
-TEST(DspMemory, RefusesPagesBeyondItsBound) {
+TEST(DspMemory, RefusesPagesBeyondItsBoundOf64MiBUnlessToldOtherwise) {
     DspMemory memory(2 * DspMemory::kPageSize);
     const std::vector<BYTE> data(10, 0x5A);
     memory.write(0x1000, data);
@@ -39,11 +39,7 @@ TEST(DspMemory, RefusesPagesBeyondItsBound) {
     EXPECT_EQ(memory.bytesDropped(), 10u);
     EXPECT_EQ(memory.pageCount(), 2u);
     EXPECT_EQ(memory.write(0x1100, data), 10u);  // existing pages still take writes
-}
-
-TEST(DspMemory, DefaultBoundIs64MiB) {
-    DspMemory memory;
-    EXPECT_EQ(memory.limitBytes(), std::size_t{64} << 20);
+    EXPECT_EQ(DspMemory().limitBytes(), std::size_t{64} << 20);
 }
 
 TEST(DspMemory, ClearForgetsEverything) {
