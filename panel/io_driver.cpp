@@ -31,13 +31,21 @@ bool IODriver::start() {
     const bool started = thread_.start(
         [this] {
             run();
+            bodyEnded_ = true;
             ready();
         },
         host::THREAD_PRIORITY_TIME_CRITICAL, "IODriver");
     // Instead of giving the new thread a millisecond to open its device, wait
     // until it says it has.
-    if (started) host::WaitForSingleObject(ready_, INFINITE);
-    return started;
+    if (!started) return false;
+    host::WaitForSingleObject(ready_, INFINITE);
+    // A body that ended at once (no device) has stopped for good: the driver
+    // says so from the moment its constructor returns.
+    if (bodyEnded_.load()) {
+        thread_.halt();
+        return false;
+    }
+    return true;
 }
 
 void IODriver::ready() {

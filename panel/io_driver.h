@@ -34,6 +34,7 @@ class IODriver {
     // Starts the thread with run() as its body; the last step of a driver's
     // constructor. Returns once the body has called ready() (or ended), so the
     // constructor can rely on what the thread set up (its device handle).
+    // False when the thread could not start or its body ended at once.
     bool start();
     virtual void run() = 0;
     void ready();
@@ -46,5 +47,6 @@ class IODriver {
   private:
     const DWORD period_;
     HANDLE ready_;
+    std::atomic<bool> bodyEnded_{false};
     panel::PollThread thread_;
 };
