@@ -89,11 +89,9 @@ TEST_F(NetworkReport, FourLinesPerInterfaceBehindTheHeader) {
               L"4294967295\r\n");
 }
 
-TEST_F(NetworkReport, EveryOperationalStatusHasItsText) {
-    const wchar_t* texts[] = {L"Status: 'Disabled'",      L"Status: 'WAN Down'",
-                              L"Status: 'No Link'",       L"Status: 'WAN Connecting'",
-                              L"Status: 'WAN Connected'", L"Status: 'OK'"};
-    for (DWORD s = 0; s < 6; ++s) EXPECT_EQ(operStatusText(s), texts[s]);
+TEST_F(NetworkReport, OperationalStatusOutsideTheSixValuesIsUnknown) {
+    EXPECT_EQ(operStatusText(1), L"Status: 'WAN Down'");
+    EXPECT_EQ(operStatusText(4), L"Status: 'WAN Connected'");
     fakeRows = {row("a", 7, 0), row("b", 0xFFFFFFFFu, 0)};
     const std::wstring report = networkStatusReport(fakeReader);
     EXPECT_EQ(lineOf(report, 1), L"Description: 'a' Status: ??? Speed: 0\r\n");
