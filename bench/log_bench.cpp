@@ -17,11 +17,14 @@ int main() {
     constexpr int kLines = 200000;
     auto start = std::chrono::steady_clock::now();
     for (int i = 0; i < kLines; ++i)
-        LogError(host::wformat(L"UsbCtlr[T1 #1050000000] benchmark line %d(thread=%x @ %u)\r\n", i, 0x1234u, 42u));
-    double seconds = std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
+        LogError(host::wformat(L"UsbCtlr[T1 #1050000000] benchmark line %d(thread=%x @ %u)\r\n", i,
+                               0x1234u, 42u));
+    double seconds =
+        std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
     closeLogFileForShutdown();
-    std::printf("LogError: %d lines in %.3f s = %.0f lines/s (flushed per line, rotation included)\n", kLines,
-                seconds, kLines / seconds);
+    std::printf(
+        "LogError: %d lines in %.3f s = %.0f lines/s (flushed per line, rotation included)\n",
+        kLines, seconds, kLines / seconds);
     fs::remove_all(root);
     return 0;
 }

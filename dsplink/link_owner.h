@@ -7,7 +7,7 @@
 #include "platform/win_types.h"
 
 class LinkOwner {
-public:
+  public:
     virtual ~LinkOwner() = default;
     // One line about this board to the event log (board name first).
     virtual void logMsg(std::wstring msg) = 0;

@@ -36,8 +36,10 @@ void breakDown(bool local, SYSTEMTIME* out) {
     auto ms = std::chrono::duration_cast<std::chrono::milliseconds>(tp.time_since_epoch()).count();
     std::time_t secs = static_cast<std::time_t>(ms / 1000);
     std::tm tm{};
-    if (local) localtime_r(&secs, &tm);
-    else gmtime_r(&secs, &tm);
+    if (local)
+        localtime_r(&secs, &tm);
+    else
+        gmtime_r(&secs, &tm);
     *out = toSystemTime(tm, static_cast<int>(ms % 1000));
 }
 
@@ -49,14 +51,18 @@ DWORD RealClock::tickCount() {
 }
 
 void RealClock::sleep(DWORD ms) {
-    if (ms == 0) std::this_thread::yield();
-    else std::this_thread::sleep_for(std::chrono::milliseconds(ms));
+    if (ms == 0)
+        std::this_thread::yield();
+    else
+        std::this_thread::sleep_for(std::chrono::milliseconds(ms));
 }
 
-std::chrono::system_clock::time_point RealClock::wallTime() { return std::chrono::system_clock::now(); }
+std::chrono::system_clock::time_point RealClock::wallTime() {
+    return std::chrono::system_clock::now();
+}
 
-bool RealClock::waitFor(std::condition_variable& cv, std::unique_lock<std::mutex>& lock, DWORD timeoutMs,
-                        const std::function<bool()>& ready) {
+bool RealClock::waitFor(std::condition_variable& cv, std::unique_lock<std::mutex>& lock,
+                        DWORD timeoutMs, const std::function<bool()>& ready) {
     if (timeoutMs == INFINITE) {
         cv.wait(lock, ready);
         return true;
@@ -105,8 +111,8 @@ std::chrono::system_clock::time_point ManualClock::wallTime() {
     return wallBase_ + std::chrono::milliseconds(now_.load());
 }
 
-bool ManualClock::waitFor(std::condition_variable& cv, std::unique_lock<std::mutex>& lock, DWORD timeoutMs,
-                          const std::function<bool()>& ready) {
+bool ManualClock::waitFor(std::condition_variable& cv, std::unique_lock<std::mutex>& lock,
+                          DWORD timeoutMs, const std::function<bool()>& ready) {
     if (timeoutMs == INFINITE) {
         cv.wait(lock, ready);
         return true;
@@ -152,11 +158,21 @@ ScopedClock::ScopedClock(std::shared_ptr<Clock> clock) {
     setClock(std::move(clock));
 }
 
-ScopedClock::~ScopedClock() { setClock(previous_); }
+ScopedClock::~ScopedClock() {
+    setClock(previous_);
+}
 
-DWORD GetTickCount() { return clock().tickCount(); }
-void Sleep(DWORD ms) { clock().sleep(ms); }
-void GetSystemTime(SYSTEMTIME* out) { breakDown(false, out); }
-void GetLocalTime(SYSTEMTIME* out) { breakDown(true, out); }
+DWORD GetTickCount() {
+    return clock().tickCount();
+}
+void Sleep(DWORD ms) {
+    clock().sleep(ms);
+}
+void GetSystemTime(SYSTEMTIME* out) {
+    breakDown(false, out);
+}
+void GetLocalTime(SYSTEMTIME* out) {
+    breakDown(true, out);
+}
 
 }  // namespace host

@@ -26,7 +26,7 @@ struct SYSTEMTIME {
 };
 
 class Clock {
-public:
+  public:
     virtual ~Clock() = default;
     virtual DWORD tickCount() = 0;
     virtual void sleep(DWORD ms) = 0;
@@ -41,7 +41,7 @@ public:
 
 // Real time: the monotonic clock for ticks, the system clock for the calendar.
 class RealClock final : public Clock {
-public:
+  public:
     DWORD tickCount() override;
     void sleep(DWORD ms) override;
     std::chrono::system_clock::time_point wallTime() override;
@@ -55,7 +55,7 @@ public:
 // threads have advanced the time past its wake-up tick. Timed waits end when
 // the condition holds or when virtual time passes their deadline.
 class ManualClock final : public Clock {
-public:
+  public:
     enum class SleepMode { Advance, Block };
     explicit ManualClock(DWORD startTick = 0, SleepMode mode = SleepMode::Advance);
 
@@ -73,7 +73,7 @@ public:
     bool waitFor(std::condition_variable& cv, std::unique_lock<std::mutex>& lock, DWORD timeoutMs,
                  const std::function<bool()>& ready) override;
 
-private:
+  private:
     std::uint64_t now64() const { return now_.load(); }
     std::atomic<std::uint64_t> now_;
     std::atomic<std::uint64_t> slept_{0};
@@ -91,13 +91,13 @@ void setClock(std::shared_ptr<Clock> clock);
 
 // RAII: installs a clock for a scope and restores the previous one.
 class ScopedClock {
-public:
+  public:
     explicit ScopedClock(std::shared_ptr<Clock> clock);
     ~ScopedClock();
     ScopedClock(const ScopedClock&) = delete;
     ScopedClock& operator=(const ScopedClock&) = delete;
 
-private:
+  private:
     std::shared_ptr<Clock> previous_;
 };
 

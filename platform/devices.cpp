@@ -31,15 +31,17 @@ std::wstring upper(const std::wstring& s) {
 
 bool isDeviceName(const std::wstring& name) {
     // Three letters, one digit, a colon: the original's device namespace.
-    return name.size() == 5 && std::iswalpha(name[0]) && std::iswalpha(name[1]) && std::iswalpha(name[2]) &&
-           std::iswdigit(name[3]) && name[4] == L':';
+    return name.size() == 5 && std::iswalpha(name[0]) && std::iswalpha(name[1]) &&
+           std::iswalpha(name[2]) && std::iswdigit(name[3]) && name[4] == L':';
 }
 
 void registerStreamDriver(const std::wstring& name, std::shared_ptr<StreamDriver> driver) {
     auto& d = drivers();
     std::lock_guard<std::mutex> lock(d.mutex);
-    if (driver) d.byName[upper(name)] = std::move(driver);
-    else d.byName.erase(upper(name));
+    if (driver)
+        d.byName[upper(name)] = std::move(driver);
+    else
+        d.byName.erase(upper(name));
 }
 
 std::shared_ptr<StreamDriver> findStreamDriver(const std::wstring& name) {
@@ -65,7 +67,8 @@ HANDLE openDevice(const std::wstring& name, DWORD access, DWORD shareMode) {
     return addHandle(std::make_shared<DeviceObject>(std::move(instance)));
 }
 
-BOOL DeviceIoControl(HANDLE h, DWORD code, void* in, DWORD inSize, void* out, DWORD outSize, DWORD* returned) {
+BOOL DeviceIoControl(HANDLE h, DWORD code, void* in, DWORD inSize, void* out, DWORD outSize,
+                     DWORD* returned) {
     auto device = lookupAs<DeviceObject>(h);
     if (!device) {
         SetLastError(ERROR_INVALID_HANDLE);

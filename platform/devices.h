@@ -14,7 +14,7 @@ namespace host {
 // One open instance of a device. Each call answers success, or false with an
 // error code in `error` (it becomes the caller's last error).
 class DeviceInstance {
-public:
+  public:
     virtual ~DeviceInstance() = default;
     virtual bool ioControl(DWORD code, void* in, DWORD inSize, void* out, DWORD outSize,
                            DWORD* returned, DWORD& error) = 0;
@@ -33,7 +33,7 @@ public:
 };
 
 class StreamDriver {
-public:
+  public:
     virtual ~StreamDriver() = default;
     // Opens an instance, or answers null with `error` set.
     virtual std::shared_ptr<DeviceInstance> open(DWORD access, DWORD shareMode, DWORD& error) = 0;

@@ -31,16 +31,24 @@ Root& root() {
 
 DWORD errnoToError(int e) {
     switch (e) {
-        case ENOENT: return ERROR_FILE_NOT_FOUND;
-        case ENOTDIR: return ERROR_PATH_NOT_FOUND;
+        case ENOENT:
+            return ERROR_FILE_NOT_FOUND;
+        case ENOTDIR:
+            return ERROR_PATH_NOT_FOUND;
         case EACCES:
         case EPERM:
-        case EISDIR: return ERROR_ACCESS_DENIED;
-        case EEXIST: return ERROR_FILE_EXISTS;
-        case ENOMEM: return ERROR_NOT_ENOUGH_MEMORY;
-        case EBADF: return ERROR_INVALID_HANDLE;
-        case EINVAL: return ERROR_INVALID_PARAMETER;
-        default: return ERROR_GEN_FAILURE;
+        case EISDIR:
+            return ERROR_ACCESS_DENIED;
+        case EEXIST:
+            return ERROR_FILE_EXISTS;
+        case ENOMEM:
+            return ERROR_NOT_ENOUGH_MEMORY;
+        case EBADF:
+            return ERROR_INVALID_HANDLE;
+        case EINVAL:
+            return ERROR_INVALID_PARAMETER;
+        default:
+            return ERROR_GEN_FAILURE;
     }
 }
 
@@ -61,12 +69,14 @@ ShareTable& shares() {
 bool conflicts(const OpenRecord& a, const OpenRecord& b) {
     auto reads = [](DWORD access) { return (access & GENERIC_READ) != 0; };
     auto writes = [](DWORD access) { return (access & GENERIC_WRITE) != 0; };
-    return (reads(a.access) && !(b.share & FILE_SHARE_READ)) || (writes(a.access) && !(b.share & FILE_SHARE_WRITE)) ||
-           (reads(b.access) && !(a.share & FILE_SHARE_READ)) || (writes(b.access) && !(a.share & FILE_SHARE_WRITE));
+    return (reads(a.access) && !(b.share & FILE_SHARE_READ)) ||
+           (writes(a.access) && !(b.share & FILE_SHARE_WRITE)) ||
+           (reads(b.access) && !(a.share & FILE_SHARE_READ)) ||
+           (writes(b.access) && !(a.share & FILE_SHARE_WRITE));
 }
 
 class FileObject final : public StreamObject {
-public:
+  public:
     FileObject(int fd, std::string path) : fd_(fd), path_(std::move(path)) {}
     ~FileObject() override { release(); }
 
@@ -101,7 +111,7 @@ public:
     }
     void onClose() override { release(); }
 
-private:
+  private:
     void release() {
         if (fd_ < 0) return;
         ::close(fd_);
@@ -127,7 +137,9 @@ std::string matchComponent(const fs::path& dir, const std::wstring& component) {
     return narrow(component);
 }
 
-std::string hostPathOf(const wchar_t* path) { return path ? mapPath(path) : std::string(); }
+std::string hostPathOf(const wchar_t* path) {
+    return path ? mapPath(path) : std::string();
+}
 
 }  // namespace
 
@@ -158,14 +170,17 @@ std::string mapPath(const std::wstring& originalPath) {
         component.clear();
     };
     for (wchar_t c : originalPath) {
-        if (c == L'\\' || c == L'/') flush();
-        else component += c;
+        if (c == L'\\' || c == L'/')
+            flush();
+        else
+            component += c;
     }
     flush();
     return result.string();
 }
 
-HANDLE CreateFileW(const wchar_t* name, DWORD access, DWORD shareMode, DWORD creation, DWORD flags) {
+HANDLE CreateFileW(const wchar_t* name, DWORD access, DWORD shareMode, DWORD creation,
+                   DWORD flags) {
     (void)flags;
     if (!name) {
         SetLastError(ERROR_INVALID_PARAMETER);
@@ -175,16 +190,30 @@ HANDLE CreateFileW(const wchar_t* name, DWORD access, DWORD shareMode, DWORD cre
 
     std::string path = hostPathOf(name);
     int oflags = O_CLOEXEC;
-    if ((access & GENERIC_READ) && (access & GENERIC_WRITE)) oflags |= O_RDWR;
-    else if (access & GENERIC_WRITE) oflags |= O_WRONLY;
-    else oflags |= O_RDONLY;
+    if ((access & GENERIC_READ) && (access & GENERIC_WRITE))
+        oflags |= O_RDWR;
+    else if (access & GENERIC_WRITE)
+        oflags |= O_WRONLY;
+    else
+        oflags |= O_RDONLY;
     switch (creation) {
-        case CREATE_NEW: oflags |= O_CREAT | O_EXCL; break;
-        case CREATE_ALWAYS: oflags |= O_CREAT | O_TRUNC; break;
-        case OPEN_EXISTING: break;
-        case OPEN_ALWAYS: oflags |= O_CREAT; break;
-        case TRUNCATE_EXISTING: oflags |= O_TRUNC; break;
-        default: SetLastError(ERROR_INVALID_PARAMETER); return INVALID_HANDLE_VALUE;
+        case CREATE_NEW:
+            oflags |= O_CREAT | O_EXCL;
+            break;
+        case CREATE_ALWAYS:
+            oflags |= O_CREAT | O_TRUNC;
+            break;
+        case OPEN_EXISTING:
+            break;
+        case OPEN_ALWAYS:
+            oflags |= O_CREAT;
+            break;
+        case TRUNCATE_EXISTING:
+            oflags |= O_TRUNC;
+            break;
+        default:
+            SetLastError(ERROR_INVALID_PARAMETER);
+            return INVALID_HANDLE_VALUE;
     }
     struct stat st {};
     if (::stat(path.c_str(), &st) == 0 && S_ISDIR(st.st_mode)) {
@@ -299,7 +328,8 @@ DWORD GetFileAttributesW(const wchar_t* path) {
 
 BOOL CreateDirectoryW(const wchar_t* path) {
     if (!path || ::mkdir(hostPathOf(path).c_str(), 0755) != 0) {
-        SetLastError(path ? (errno == EEXIST ? ERROR_ALREADY_EXISTS : errnoToError(errno)) : ERROR_INVALID_PARAMETER);
+        SetLastError(path ? (errno == EEXIST ? ERROR_ALREADY_EXISTS : errnoToError(errno))
+                          : ERROR_INVALID_PARAMETER);
         return FALSE_;
     }
     return TRUE_;

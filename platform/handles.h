@@ -10,7 +10,7 @@
 namespace host {
 
 class KernelObject {
-public:
+  public:
     virtual ~KernelObject() = default;
     // Called once when the last handle to the object is closed.
     virtual void onClose() {}

@@ -34,26 +34,45 @@ const std::map<DWORD, const wchar_t*>& messageTable() {
         {1609, L"Handle is in an invalid state."},
         {10004, L"A blocking operation was interrupted by a call to WSACancelBlockingCall."},
         {10009, L"The file handle supplied is not valid."},
-        {10013, L"An attempt was made to access a socket in a way forbidden by its access permissions."},
-        {10014, L"The system detected an invalid pointer address in attempting to use a pointer argument in a call."},
+        {10013,
+         L"An attempt was made to access a socket in a way forbidden by its access permissions."},
+        {10014,
+         L"The system detected an invalid pointer address in attempting to use a pointer argument "
+         L"in a call."},
         {10022, L"An invalid argument was supplied."},
         {10024, L"Too many open sockets."},
         {10035, L"A non-blocking socket operation could not be completed immediately."},
         {10036, L"A blocking operation is currently executing."},
         {10038, L"An operation was attempted on something that is not a socket."},
-        {10040, L"A message sent on a datagram socket was larger than the internal message buffer or some other network limit, or the buffer used to receive a datagram into was smaller than the datagram itself."},
-        {10048, L"Only one usage of each socket address (protocol/network address/port) is normally permitted."},
+        {10040,
+         L"A message sent on a datagram socket was larger than the internal message buffer or some "
+         L"other network limit, or the buffer used to receive a datagram into was smaller than the "
+         L"datagram itself."},
+        {10048,
+         L"Only one usage of each socket address (protocol/network address/port) is normally "
+         L"permitted."},
         {10049, L"The requested address is not valid in its context."},
         {10050, L"A socket operation encountered a dead network."},
         {10051, L"A socket operation was attempted to an unreachable network."},
-        {10052, L"The connection has been broken due to keep-alive activity detecting a failure while the operation was in progress."},
+        {10052,
+         L"The connection has been broken due to keep-alive activity detecting a failure while the "
+         L"operation was in progress."},
         {10053, L"An established connection was aborted by the software in your host machine."},
         {10054, L"An existing connection was forcibly closed by the remote host."},
-        {10055, L"An operation on a socket could not be performed because the system lacked sufficient buffer space or because a queue was full."},
+        {10055,
+         L"An operation on a socket could not be performed because the system lacked sufficient "
+         L"buffer space or because a queue was full."},
         {10056, L"A connect request was made on an already connected socket."},
-        {10057, L"A request to send or receive data was disallowed because the socket is not connected and (when sending on a datagram socket using a sendto call) no address was supplied."},
-        {10058, L"A request to send or receive data was disallowed because the socket had already been shut down in that direction with a previous shutdown call."},
-        {10060, L"A connection attempt failed because the connected party did not properly respond after a period of time, or established connection failed because connected host has failed to respond."},
+        {10057,
+         L"A request to send or receive data was disallowed because the socket is not connected "
+         L"and (when sending on a datagram socket using a sendto call) no address was supplied."},
+        {10058,
+         L"A request to send or receive data was disallowed because the socket had already been "
+         L"shut down in that direction with a previous shutdown call."},
+        {10060,
+         L"A connection attempt failed because the connected party did not properly respond after "
+         L"a period of time, or established connection failed because connected host has failed to "
+         L"respond."},
         {10061, L"No connection could be made because the target machine actively refused it."},
         {10065, L"A socket operation was attempted to an unreachable host."},
         {10093, L"Either the application has not called WSAStartup, or WSAStartup failed."},
@@ -63,8 +82,12 @@ const std::map<DWORD, const wchar_t*>& messageTable() {
 
 }  // namespace
 
-DWORD GetLastError() { return tlsLastError; }
-void SetLastError(DWORD code) { tlsLastError = code; }
+DWORD GetLastError() {
+    return tlsLastError;
+}
+void SetLastError(DWORD code) {
+    tlsLastError = code;
+}
 
 std::optional<std::wstring> FormatMessageText(DWORD code) {
     const auto& table = messageTable();

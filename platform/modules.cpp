@@ -10,7 +10,7 @@ namespace host {
 namespace {
 
 class Module final : public KernelObject {
-public:
+  public:
     explicit Module(std::map<std::string, FARPROC> entries) : entries(std::move(entries)) {}
     const std::map<std::string, FARPROC> entries;
 };
@@ -71,6 +71,8 @@ FARPROC GetProcAddressW(HANDLE module, const char* entry) {
     return it->second;
 }
 
-BOOL FreeLibrary(HANDLE module) { return CloseHandle(module); }
+BOOL FreeLibrary(HANDLE module) {
+    return CloseHandle(module);
+}
 
 }  // namespace host

@@ -29,8 +29,8 @@ struct Value {
 };
 
 struct Key {
-    std::wstring name;                      // path below the root, as first spelled
-    std::map<std::wstring, Value> values;   // by lower-cased name
+    std::wstring name;                     // path below the root, as first spelled
+    std::map<std::wstring, Value> values;  // by lower-cased name
 };
 
 std::wstring lowered(std::wstring s) {
@@ -47,7 +47,7 @@ std::wstring normalizedPath(std::wstring path) {
 }
 
 class RegKey final : public KernelObject {
-public:
+  public:
     explicit RegKey(std::wstring path) : path(std::move(path)) {}
     const std::wstring path;
 };
@@ -73,8 +73,8 @@ struct Registry {
     }
     void fail(int line, const std::string& why) {
         broken = true;
-        NKDbgPrintfW(L"Registry file %S is malformed at line %d: %S; it is left untouched.\n", file().c_str(), line,
-                     why.c_str());
+        NKDbgPrintfW(L"Registry file %S is malformed at line %d: %S; it is left untouched.\n",
+                     file().c_str(), line, why.c_str());
     }
 };
 
@@ -162,17 +162,20 @@ void Registry::load() {
             return fail(lineNo, "a value name must be quoted");
         }
         while (pos < line.size() && std::iswspace(line[pos])) ++pos;
-        if (pos >= line.size() || line[pos] != L'=') return fail(lineNo, "'=' expected after the value name");
+        if (pos >= line.size() || line[pos] != L'=')
+            return fail(lineNo, "'=' expected after the value name");
         std::wstring data = trim(line.substr(pos + 1));
         if (!data.empty() && data[0] == L'"') {
             std::size_t p = 0;
             std::wstring s;
-            if (!readQuoted(data, p, s) || trim(data.substr(p)).size()) return fail(lineNo, "bad string value");
+            if (!readQuoted(data, p, s) || trim(data.substr(p)).size())
+                return fail(lineNo, "bad string value");
             value.type = REG_SZ;
             value.bytes = wideBytes(s);
         } else if (lowered(data.substr(0, 6)) == L"dword:") {
             std::wstring hex = data.substr(6);
-            if (hex.empty() || hex.size() > 8 || hex.find_first_not_of(L"0123456789abcdefABCDEF") != std::wstring::npos)
+            if (hex.empty() || hex.size() > 8 ||
+                hex.find_first_not_of(L"0123456789abcdefABCDEF") != std::wstring::npos)
                 return fail(lineNo, "a dword needs 1 to 8 hex digits");
             DWORD v = static_cast<DWORD>(std::wcstoul(hex.c_str(), nullptr, 16));
             value.type = REG_DWORD;
@@ -184,7 +187,8 @@ void Registry::load() {
             std::wstring byte;
             while (std::getline(hs, byte, L',')) {
                 byte = trim(byte);
-                if (byte.empty() || byte.size() > 2 || byte.find_first_not_of(L"0123456789abcdefABCDEF") != std::wstring::npos)
+                if (byte.empty() || byte.size() > 2 ||
+                    byte.find_first_not_of(L"0123456789abcdefABCDEF") != std::wstring::npos)
                     return fail(lineNo, "bad hex byte");
                 value.bytes.push_back(static_cast<BYTE>(std::wcstoul(byte.c_str(), nullptr, 16)));
             }
@@ -208,7 +212,8 @@ std::wstring quoted(const std::wstring& s) {
 bool Registry::save() {
     std::wstring text = L"REGEDIT4\r\n";
     for (const auto& [lower, key] : keys) {
-        text += L"\r\n[" + std::wstring(kRootName) + (key.name.empty() ? L"" : L"\\" + key.name) + L"]\r\n";
+        text += L"\r\n[" + std::wstring(kRootName) + (key.name.empty() ? L"" : L"\\" + key.name) +
+                L"]\r\n";
         for (const auto& [lowerName, value] : key.values) {
             text += value.name.empty() ? L"@" : quoted(value.name);
             text += L"=";
@@ -288,7 +293,8 @@ LONG RegCreateKeyExW(HKEY parent, const wchar_t* subKey, HKEY* result, DWORD* di
     std::wstring path = join(base, subKey);
     bool existed = s.r.find(path) != nullptr;
     Key& key = s.r.create(path);
-    if (disposition) *disposition = existed ? 2 /*REG_OPENED_EXISTING_KEY*/ : 1 /*REG_CREATED_NEW_KEY*/;
+    if (disposition)
+        *disposition = existed ? 2 /*REG_OPENED_EXISTING_KEY*/ : 1 /*REG_CREATED_NEW_KEY*/;
     *result = addHandle(std::make_shared<RegKey>(key.name));
     return ERROR_SUCCESS;
 }

@@ -28,7 +28,8 @@ inline constexpr DWORD REG_DWORD = 4;
 
 // Answers ERROR_SUCCESS or an error code, like the originals.
 LONG RegOpenKeyExW(HKEY parent, const wchar_t* subKey, HKEY* result);
-LONG RegCreateKeyExW(HKEY parent, const wchar_t* subKey, HKEY* result, DWORD* disposition = nullptr);
+LONG RegCreateKeyExW(HKEY parent, const wchar_t* subKey, HKEY* result,
+                     DWORD* disposition = nullptr);
 // ERROR_FILE_NOT_FOUND (2) when the value is absent; ERROR_MORE_DATA (234)
 // when `data` is too small (the size needed is stored in *size). A null
 // `data` asks only for type and size. REG_SZ data are host wide characters

@@ -8,15 +8,16 @@
 namespace host {
 
 class StreamObject : public KernelObject {
-public:
+  public:
     virtual bool read(void* buffer, DWORD size, DWORD* done, DWORD& error) = 0;
     virtual bool write(const void* buffer, DWORD size, DWORD* done, DWORD& error) = 0;
 };
 
 // An open stream device ("DSP1:"): forwards to the driver's instance.
 class DeviceObject final : public StreamObject {
-public:
-    explicit DeviceObject(std::shared_ptr<DeviceInstance> instance) : instance_(std::move(instance)) {}
+  public:
+    explicit DeviceObject(std::shared_ptr<DeviceInstance> instance)
+        : instance_(std::move(instance)) {}
     DeviceInstance& instance() { return *instance_; }
     bool read(void* buffer, DWORD size, DWORD* done, DWORD& error) override {
         return instance_->read(buffer, size, done, error);
@@ -26,7 +27,7 @@ public:
     }
     void onClose() override { instance_->close(); }
 
-private:
+  private:
     std::shared_ptr<DeviceInstance> instance_;
 };
 

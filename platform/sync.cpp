@@ -13,7 +13,7 @@ namespace host {
 namespace {
 
 class Event final : public Waitable {
-public:
+  public:
     Event(bool manualReset, bool initial) : Waitable(manualReset, initial) {}
     std::atomic<DWORD> data{0};
 };

@@ -10,12 +10,12 @@ namespace host {
 // A recursive lock, as a Windows CE critical section: the owning thread may
 // enter again. Usable with std::lock_guard / std::unique_lock.
 class CriticalSection {
-public:
+  public:
     void lock() { mutex_.lock(); }
     bool try_lock() { return mutex_.try_lock(); }
     void unlock() { mutex_.unlock(); }
 
-private:
+  private:
     std::recursive_mutex mutex_;
 };
 

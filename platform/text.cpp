@@ -35,9 +35,15 @@ void formatNumber(std::wstring& out, const Spec& spec, const wchar_t* length, T 
     if (n > 0) out.append(buffer, static_cast<std::size_t>(n));
 }
 
-bool isLong(const Spec& s) { return s.length == L"l"; }
-bool isLongLong(const Spec& s) { return s.length == L"ll" || s.length == L"I64" || s.length == L"q"; }
-bool isSize(const Spec& s) { return s.length == L"z" || s.length == L"j" || s.length == L"t"; }
+bool isLong(const Spec& s) {
+    return s.length == L"l";
+}
+bool isLongLong(const Spec& s) {
+    return s.length == L"ll" || s.length == L"I64" || s.length == L"q";
+}
+bool isSize(const Spec& s) {
+    return s.length == L"z" || s.length == L"j" || s.length == L"t";
+}
 
 }  // namespace
 
@@ -67,7 +73,8 @@ std::wstring vwformat(const wchar_t* fmt, va_list args) {
             }
             ++p;
         } else {
-            while (std::iswdigit(*p)) spec.width = (spec.width < 0 ? 0 : spec.width * 10) + (*p++ - L'0');
+            while (std::iswdigit(*p))
+                spec.width = (spec.width < 0 ? 0 : spec.width * 10) + (*p++ - L'0');
         }
         if (*p == L'.') {
             ++p;
@@ -113,23 +120,30 @@ std::wstring vwformat(const wchar_t* fmt, va_list args) {
                 int c = va_arg(ap, int);
                 bool wide = spec.conv == L'c';
                 if (spec.length == L"h") wide = false;
-                wchar_t ch = wide ? static_cast<wchar_t>(c) : static_cast<wchar_t>(static_cast<unsigned char>(c));
+                wchar_t ch = wide ? static_cast<wchar_t>(c)
+                                  : static_cast<wchar_t>(static_cast<unsigned char>(c));
                 pad(out, std::wstring(1, ch), spec);
                 break;
             }
             case L'd':
             case L'i':
-                if (isLongLong(spec)) formatNumber(out, spec, L"ll", va_arg(ap, long long));
-                else if (isLong(spec) || isSize(spec)) formatNumber(out, spec, L"l", va_arg(ap, long));
-                else formatNumber(out, spec, L"", va_arg(ap, int));
+                if (isLongLong(spec))
+                    formatNumber(out, spec, L"ll", va_arg(ap, long long));
+                else if (isLong(spec) || isSize(spec))
+                    formatNumber(out, spec, L"l", va_arg(ap, long));
+                else
+                    formatNumber(out, spec, L"", va_arg(ap, int));
                 break;
             case L'u':
             case L'x':
             case L'X':
             case L'o':
-                if (isLongLong(spec)) formatNumber(out, spec, L"ll", va_arg(ap, unsigned long long));
-                else if (isLong(spec) || isSize(spec)) formatNumber(out, spec, L"l", va_arg(ap, unsigned long));
-                else formatNumber(out, spec, L"", va_arg(ap, unsigned int));
+                if (isLongLong(spec))
+                    formatNumber(out, spec, L"ll", va_arg(ap, unsigned long long));
+                else if (isLong(spec) || isSize(spec))
+                    formatNumber(out, spec, L"l", va_arg(ap, unsigned long));
+                else
+                    formatNumber(out, spec, L"", va_arg(ap, unsigned int));
                 break;
             case L'f':
             case L'F':

@@ -8,8 +8,9 @@
 namespace host {
 
 class Waitable : public KernelObject {
-public:
-    explicit Waitable(bool manualReset, bool signalled) : manualReset_(manualReset), signalled_(signalled) {}
+  public:
+    explicit Waitable(bool manualReset, bool signalled)
+        : manualReset_(manualReset), signalled_(signalled) {}
 
     void signal() {
         {
@@ -30,7 +31,7 @@ public:
     // one waiter that sees it signalled.
     bool wait(DWORD timeoutMs);
 
-private:
+  private:
     const bool manualReset_;
     bool signalled_;
     std::mutex mutex_;

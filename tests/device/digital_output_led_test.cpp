@@ -11,7 +11,8 @@ namespace {
 
 template <class Condition>
 bool eventually(Condition condition) {
-    for (int i = 0; i < 2000 && !condition(); ++i) std::this_thread::sleep_for(std::chrono::milliseconds(1));
+    for (int i = 0; i < 2000 && !condition(); ++i)
+        std::this_thread::sleep_for(std::chrono::milliseconds(1));
     return condition();
 }
 

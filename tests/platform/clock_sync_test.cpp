@@ -77,10 +77,12 @@ TEST(Events, NamedEventCarriesDataBetweenThreadsAndAutoResets) {
 
 TEST(Threads, HandleSignalsAtEndWithExitCodeAndPriorityIsRecorded) {
     std::atomic<bool> go{false};
-    HANDLE t = CreateThread([&]() -> DWORD {
-        while (!go) std::this_thread::yield();
-        return 42;
-    }, THREAD_PRIORITY_BELOW_NORMAL, "worker");
+    HANDLE t = CreateThread(
+        [&]() -> DWORD {
+            while (!go) std::this_thread::yield();
+            return 42;
+        },
+        THREAD_PRIORITY_BELOW_NORMAL, "worker");
     ASSERT_NE(t, NULL_HANDLE);
     EXPECT_EQ(GetThreadPriority(t), THREAD_PRIORITY_BELOW_NORMAL);
     DWORD code = 0;

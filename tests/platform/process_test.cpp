@@ -36,7 +36,9 @@ TEST(Process, ExitGoesThroughTheInstalledHandler) {
 
 namespace {
 int calls = 0;
-void entry() { ++calls; }
+void entry() {
+    ++calls;
+}
 }  // namespace
 
 TEST(Modules, EntriesAreFoundByNameAndMissingOnesAreReported) {

@@ -8,7 +8,8 @@ using namespace host;
 namespace {
 const char* kUnitRegistry =
     "REGEDIT4\r\n\r\n[HKEY_LOCAL_MACHINE\\COMM\\Firewall\\Rules\\InboundTovel]\r\n"
-    "\"Port\"=dword:00000d75\r\n\r\n[HKEY_LOCAL_MACHINE\\Platform]\r\n\"Name\"=\"Kestrix Platform\"\r\n";
+    "\"Port\"=dword:00000d75\r\n\r\n[HKEY_LOCAL_MACHINE\\Platform]\r\n\"Name\"=\"Kestrix "
+    "Platform\"\r\n";
 }
 
 TEST(Registry, ReadsTheUnitsFileWithoutRegardToCase) {
