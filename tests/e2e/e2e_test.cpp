@@ -6,6 +6,8 @@
 #include <filesystem>
 #include <string>
 #include <thread>
+#include <utility>
+#include <vector>
 
 #include "tests/e2e/tovel_program.h"
 
@@ -116,11 +118,17 @@ TEST_F(TovelProgram, RebootIsAnsweredThenTheResetHelperRunsAndTheProcessExits22)
     EXPECT_EQ(logCount(L"Restart Requested: Exiting TovelCtlr thread via reboot"), 1);
 }
 
-TEST_F(TovelProgram, BadBoardListIsRefusedBeforeAnythingStarts) {
-    start({"--boards", "t1,xyz"});
-    EXPECT_EQ(tovel->waitForExit(5s), 2);
-    EXPECT_NE(outputText().find("unknown board kind \"xyz\""), std::string::npos) << outputText();
-    EXPECT_FALSE(fs::exists(root.path() + "/registry.reg"));
+TEST_F(TovelProgram, BadArgumentsAreRefusedBeforeAnythingStarts) {
+    const std::vector<std::pair<std::vector<std::string>, std::string>> cases = {
+        {{"--boards", "t1,xyz"}, "unknown board kind \"xyz\""},
+        {{"--hw-watchdog=" + root.path() + "/no/such/watchdog"}, "--hw-watchdog: cannot write"},
+    };
+    for (const auto& [args, message] : cases) {
+        start(args);
+        EXPECT_EQ(tovel->waitForExit(5s), 2);
+        EXPECT_NE(outputText().find(message), std::string::npos) << outputText();
+        EXPECT_FALSE(fs::exists(root.path() + "/registry.reg"));
+    }
 }
 
 }  // namespace

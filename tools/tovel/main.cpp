@@ -25,6 +25,7 @@
 #include "sim/sim_console.h"
 #include "sim/spi_counter.h"
 #include "sim/watchdog_hardware.h"
+#include "sim/watchdog_linux_device.h"
 #include "tools/tovel/start_options.h"
 #include "tools/tovel/unit_layout.h"
 
@@ -40,6 +41,7 @@ struct Options {
     std::vector<std::string> portMaps;
     bool headless = false;
     std::string debugLog;
+    std::string hwWatchdog;  // a Linux watchdog device behind the simulated one; empty: none
 };
 
 // The status display the operator closes to end the program: the status
@@ -73,6 +75,9 @@ int run(int argc, char** argv) {
                    "PORT=HOSTPORT: bind HOSTPORT when the program asks for PORT (repeatable)");
     cli.add_flag("--headless", options.headless, "No status window; status lines go to stdout");
     cli.add_option("--debug-log", options.debugLog, "Write the debug output to FILE");
+    cli.add_flag("--hw-watchdog{/dev/watchdog}", options.hwWatchdog,
+                 "Also drive a Linux watchdog device (default /dev/watchdog, or "
+                 "--hw-watchdog=DEVICE), so the host really resets when the unit would");
     try {
         cli.parse(argc, argv);
     } catch (const CLI::Success& e) {
@@ -92,6 +97,10 @@ int run(int argc, char** argv) {
         if (!mapping) return fail(kUsageExitCode, "--port-map: " + error);
         portMaps.push_back(*mapping);
     }
+
+    // Chosen before the watchdog hardware exists: arming it opens the device.
+    if (!options.hwWatchdog.empty() && !sim::useLinuxWatchdogDevice(options.hwWatchdog))
+        return fail(kUsageExitCode, "--hw-watchdog: cannot write " + options.hwWatchdog);
 
     host::setUnitRoot(options.root);
     const auto layout = tovelcmd::layOutUnit();
