@@ -24,9 +24,9 @@
 
 #include "boards/board_detail.h"
 #include "boards/dsp_status.h"
-#include "boards/no_destructor.h"
 #include "dsplink/comm_policy_usb.h"
 #include "dsplink/link_owner.h"
+#include "platform/no_destructor.h"
 #include "platform/sync.h"
 #include "platform/win_types.h"
 

@@ -5,6 +5,7 @@
 #include <mutex>
 
 #include "platform/last_error.h"
+#include "platform/no_destructor.h"
 #include "platform/stream_object.h"
 
 namespace host {
@@ -17,8 +18,8 @@ struct Drivers {
 };
 
 Drivers& drivers() {
-    static Drivers d;
-    return d;
+    static NoDestructor<Drivers> d;
+    return *d;
 }
 
 std::wstring upper(const std::wstring& s) {

@@ -11,6 +11,7 @@
 #include <vector>
 
 #include "platform/last_error.h"
+#include "platform/no_destructor.h"
 #include "platform/stream_object.h"
 #include "platform/text.h"
 
@@ -25,8 +26,8 @@ struct Root {
 };
 
 Root& root() {
-    static Root r;
-    return r;
+    static NoDestructor<Root> r;
+    return *r;
 }
 
 DWORD errnoToError(int e) {
@@ -62,8 +63,8 @@ struct ShareTable {
     std::map<std::string, std::vector<std::pair<const void*, OpenRecord>>> opens;
 };
 ShareTable& shares() {
-    static ShareTable t;
-    return t;
+    static NoDestructor<ShareTable> t;
+    return *t;
 }
 
 bool conflicts(const OpenRecord& a, const OpenRecord& b) {

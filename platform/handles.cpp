@@ -4,6 +4,7 @@
 #include <unordered_map>
 
 #include "platform/last_error.h"
+#include "platform/no_destructor.h"
 
 namespace host {
 namespace {
@@ -15,8 +16,8 @@ struct HandleTable {
 };
 
 HandleTable& table() {
-    static HandleTable t;
-    return t;
+    static NoDestructor<HandleTable> t;
+    return *t;
 }
 
 }  // namespace

@@ -5,6 +5,7 @@
 
 #include "platform/handles.h"
 #include "platform/last_error.h"
+#include "platform/no_destructor.h"
 
 namespace host {
 namespace {
@@ -20,8 +21,8 @@ struct Modules {
     std::map<std::wstring, std::shared_ptr<Module>> byName;  // lower-cased
 };
 Modules& modules() {
-    static Modules m;
-    return m;
+    static NoDestructor<Modules> m;
+    return *m;
 }
 std::wstring lowered(std::wstring s) {
     for (auto& c : s) c = static_cast<wchar_t>(std::towlower(c));

@@ -1,4 +1,5 @@
 #include "platform/netif.h"
+#include "platform/no_destructor.h"
 
 #include <algorithm>
 #include <cstdint>
@@ -25,8 +26,8 @@ struct Folder {
     std::string path = kSysClassNet;
 };
 Folder& folder() {
-    static Folder f;
-    return f;
+    static NoDestructor<Folder> f;
+    return *f;
 }
 std::string tableFolder() {
     std::lock_guard<std::mutex> lock(folder().mutex);

@@ -7,6 +7,7 @@
 #include <mutex>
 
 #include "platform/last_error.h"
+#include "platform/no_destructor.h"
 
 namespace host {
 namespace {
@@ -26,8 +27,8 @@ struct PhysicalMemory {
 };
 
 PhysicalMemory& memory() {
-    static PhysicalMemory m;
-    return m;
+    static NoDestructor<PhysicalMemory> m;
+    return *m;
 }
 
 bool hostPagesFit() {

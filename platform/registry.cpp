@@ -14,6 +14,7 @@
 #include "platform/files.h"
 #include "platform/handles.h"
 #include "platform/last_error.h"
+#include "platform/no_destructor.h"
 #include "platform/text.h"
 
 namespace host {
@@ -79,8 +80,8 @@ struct Registry {
 };
 
 Registry& registry() {
-    static Registry r;
-    return r;
+    static NoDestructor<Registry> r;
+    return *r;
 }
 
 std::vector<BYTE> wideBytes(const std::wstring& s) {

@@ -8,6 +8,7 @@
 #include <unordered_map>
 
 #include "platform/last_error.h"
+#include "platform/no_destructor.h"
 
 namespace host {
 namespace {
@@ -168,8 +169,8 @@ struct Table {
 };
 
 Table& table() {
-    static Table t;
-    return t;
+    static NoDestructor<Table> t;
+    return *t;
 }
 
 SOCKET addSocket(int fd) {

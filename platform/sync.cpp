@@ -6,6 +6,7 @@
 
 #include "platform/clock.h"
 #include "platform/last_error.h"
+#include "platform/no_destructor.h"
 #include "platform/text.h"
 #include "platform/waitable.h"
 
@@ -24,8 +25,8 @@ struct NamedEvents {
 };
 
 NamedEvents& namedEvents() {
-    static NamedEvents n;
-    return n;
+    static NoDestructor<NamedEvents> n;
+    return *n;
 }
 
 std::wstring lowered(const wchar_t* name) {

@@ -14,7 +14,13 @@ SessionTest::~SessionTest() {
     if (session) {
         session->stop();
         waitUntilDone();
+        // A session whose thread was abandoned (reported hung) is still held
+        // by that thread until it returns from its receive; the registry is
+        // reset after this, and must not delete the board it still pins.
+        std::weak_ptr<Tovel> held = session;
         session.reset();
+        for (int i = 0; i < 1000 && !held.expired(); ++i)
+            std::this_thread::sleep_for(std::chrono::milliseconds(5));
     }
 }
 

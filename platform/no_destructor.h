@@ -1,8 +1,9 @@
 #pragma once
 // Storage for a process-wide object that is built once and never destroyed.
-// The board registry lives in such storage: its controllers must not be torn
-// down by static destruction, after the event log and the host layer they
-// log through are gone. The orderly end is UsbCtlr::Shutdown.
+// The host layer's tables live in such storage, as a kernel's would: objects
+// still open when the process ends reach them from their destructors, in no
+// particular order. So does the board registry, whose controllers must not be
+// torn down by static destruction; its orderly end is UsbCtlr::Shutdown.
 #include <cstddef>
 #include <memory>
 #include <new>
