@@ -92,7 +92,7 @@ class CTovelDlg final : public StatusWindow, private DialogControls {
     std::mutex debugLock_;
     std::deque<std::wstring> debugLines_;
     std::wstring debugPartial_;
-    unsigned debugVersion_ = 0;
+    std::atomic<unsigned> debugVersion_{0};  // bumped by any thread that writes debug output
     unsigned debugShown_ = 0;
     std::atomic<bool> holdingDebug_{false};
     host::DebugSink previousDebugSink_;
