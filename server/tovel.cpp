@@ -215,15 +215,18 @@ void Tovel::serveHead(int bufferIndex, int numBytes) {
     }
 }
 
+// A request not yet whole: say so and leave it for the next receive.
+void Tovel::waitForRest(const wchar_t* request, int needed, int bufferIndex, int numBytes) {
+    host::NKDbgPrintfW(L"\nMsg Fragment(%s): needed %d have %d (numbytes=%d) wait for more...\n",
+                       request, needed, bufferIndex, numBytes);
+    sMsgSz_ = 0;
+}
+
 void Tovel::primSend(int bufferIndex, int numBytes) {
     state_ = 5;
     sMsgSz_ = 5 + (recvBuffer_[3] * 256 + recvBuffer_[4]);
     if (bufferIndex < sMsgSz_) {
-        host::NKDbgPrintfW(
-            L"\nMsg Fragment(Prim_Send): needed %d have %d (numbytes=%d) wait for more...\n",
-            sMsgSz_, bufferIndex, numBytes);
-        sMsgSz_ = 0;
-        return;
+        return waitForRest(L"Prim_Send", sMsgSz_, bufferIndex, numBytes);
     }
     ctlr_->link->primitiveSendData(recvBuffer_ + 1, sMsgSz_ - 1);
 }
@@ -232,11 +235,7 @@ void Tovel::primGet(int bufferIndex, int numBytes) {
     state_ = 6;
     sMsgSz_ = 5;
     if (bufferIndex < 5) {
-        host::NKDbgPrintfW(
-            L"\nMsg Fragment(Prim_Get): needed %d have %d (numbytes=%d) wait for more...\n", 5,
-            bufferIndex, numBytes);
-        sMsgSz_ = 0;
-        return;
+        return waitForRest(L"Prim_Get", 5, bufferIndex, numBytes);
     }
     state_ = 7;
     int length = (recvBuffer_[3] * 256 + recvBuffer_[4]) + 4;
@@ -255,11 +254,7 @@ void Tovel::getStatus(int bufferIndex, int numBytes) {
     sMsgSz_ = 5;
     state_ = 9;
     if (bufferIndex < 5) {
-        host::NKDbgPrintfW(
-            L"\nMsg Fragment(GetStatus): needed %d have %d (numbytes=%d) wait for more...\n", 5,
-            bufferIndex, numBytes);
-        sMsgSz_ = 0;
-        return;
+        return waitForRest(L"GetStatus", 5, bufferIndex, numBytes);
     }
     state_ = 10;
     DWORD size = 64;
@@ -305,12 +300,10 @@ void Tovel::atomicSend(int bufferIndex, int numBytes) {
     const long long total = longFormLength(bufferIndex);
     if (total < 0 || bufferIndex < total) {
         state_ = 29;
-        host::NKDbgPrintfW(
-            L"\nMsg Fragment(AtomicSend): needed %d have %d (numbytes=%d) wait for more...\n",
+        return waitForRest(
+            L"AtomicSend",
             total < 0 ? kLongHeader : static_cast<int>(std::min<long long>(total, 0x7FFFFFFF)),
             bufferIndex, numBytes);
-        sMsgSz_ = 0;
-        return;
     }
     sMsgSz_ = static_cast<int>(total);
     state_ = 16;

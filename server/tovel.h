@@ -52,6 +52,7 @@ class Tovel : public std::enable_shared_from_this<Tovel> {
 
     // Request handlers: each sets state and sMsgSz_, and serves the request
     // when it is complete.
+    void waitForRest(const wchar_t* request, int needed, int bufferIndex, int numBytes);
     void primSend(int bufferIndex, int numBytes);
     void primGet(int bufferIndex, int numBytes);
     void getStatus(int bufferIndex, int numBytes);
