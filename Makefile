@@ -3,7 +3,7 @@ JOBS ?= 2
 CMAKE_FLAGS ?=
 TSAN_TESTS ?= .
 
-.PHONY: all deps build test asan tsan bench fuzz clean format run
+.PHONY: all deps build test asan tsan bench fuzz clean format format-check run
 
 all: build
 
@@ -46,6 +46,9 @@ fuzz: deps
 
 format:
 	git ls-files '*.cpp' '*.h' | xargs clang-format -i
+
+format-check:
+	git ls-files '*.cpp' '*.h' | xargs clang-format --dry-run -Werror
 
 clean:
 	rm -rf build build-asan build-tsan build-fuzz
