@@ -3,7 +3,7 @@
 # or says exactly what to install.
 set -euo pipefail
 packages=(cmake make g++ clang libgtest-dev libgmock-dev libbenchmark-dev libcli11-dev libncurses-dev
-          libclang-rt-14-dev pkg-config ccache nlohmann-json3-dev libtomlplusplus-dev
+          libclang-rt-14-dev clang-format pkg-config ccache nlohmann-json3-dev libtomlplusplus-dev
           python3-pytest python3-setuptools python3-venv)
 missing=()
 for p in "${packages[@]}"; do
