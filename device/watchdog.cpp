@@ -45,8 +45,8 @@ WatchDog::WatchDog(DWORD intervalSeconds) {
 }
 
 WatchDog::~WatchDog() {
-    UnmapPhysicalAddr(const_cast<DWORD*>(m_registers));
-    if (m_library) host::FreeLibrary(m_library);
+    UnmapPhysicalAddr(const_cast<DWORD*>(registers_));
+    if (library_) host::FreeLibrary(library_);
     host::NKDbgPrintfW(L"WatchDog::~WatchDog -- shouldn't get here!!!????\n");
 }
 
@@ -60,54 +60,53 @@ void WatchDog::armKtx(DWORD intervalSeconds) {
     m_interval = intervalSeconds * 1000;
     host::NKDbgPrintfW(L"WatchDog::WatchDog -- KTX! m_interval=%u\n", m_interval);
 
-    m_library = host::LoadLibraryW(kVendorLibrary);
-    if (!m_library) {
+    library_ = host::LoadLibraryW(kVendorLibrary);
+    if (!library_) {
         host::NKDbgPrintfW(L"WatchDog::WatchDog -- LoadLibrary FAILS! Aborting\n");
         return;
     }
-    m_setTime = host::procAs<SetTimeEntry>(host::GetProcAddressW(m_library, kSetTimeEntry));
-    if (!m_setTime) {
+    setTime_ = host::procAs<SetTimeEntry>(host::GetProcAddressW(library_, kSetTimeEntry));
+    if (!setTime_) {
         host::NKDbgPrintfW(
             L"WatchDog::WatchDog -- GetProcAddress 'ADSSetWatchDogTime' FAILS! Aborting\n");
         return;
     }
-    m_setTime(&m_interval);
-    m_start = host::procAs<StartEntry>(host::GetProcAddressW(m_library, kStartEntry));
-    if (!m_start) {
+    setTime_(&m_interval);
+    start_ = host::procAs<StartEntry>(host::GetProcAddressW(library_, kStartEntry));
+    if (!start_) {
         host::NKDbgPrintfW(
             L"WatchDog::WatchDog -- GetProcAddress 'ADSStartWatchDog' FAILS! Aborting\n");
         return;
     }
-    m_start();
-    m_armed = true;
+    start_();
+    armed_ = true;
     host::NKDbgPrintfW(L"WatchDog::WatchDog -- ADSStartWatchDog done\n");
 }
 
 void WatchDog::armVbq(DWORD intervalSeconds) {
     host::NKDbgPrintfW(L"WatchDog::WatchDog -- VBQ!\n");
-    m_registers =
-        static_cast<volatile DWORD*>(MapPhysicalAddr(kTimerPhysicalBase, kTimerBlockSize));
+    registers_ = static_cast<volatile DWORD*>(MapPhysicalAddr(kTimerPhysicalBase, kTimerBlockSize));
     if (intervalSeconds > kVbqMaxSeconds) {
         host::NKDbgPrintfW(L"WatchDog::WatchDog interval %d exceeds max of %d; set to max\r\n",
                            static_cast<int>(intervalSeconds), static_cast<int>(kVbqMaxSeconds));
         intervalSeconds = kVbqMaxSeconds;
     }
     m_interval = intervalSeconds * kTimerHz;
-    if (!m_registers) return;  // MapPhysicalAddr has said why
+    if (!registers_) return;  // MapPhysicalAddr has said why
 
     writeRegister(OSMR3, readRegister(OSCR) + m_interval);
     writeRegister(OSSR, 8);
     writeRegister(OIER, readRegister(OIER) | 8);
     writeRegister(OWER, 1);  // from here a match on register 3 resets the processor
-    m_armed = true;
+    armed_ = true;
 }
 
 void WatchDog::service() {
-    if (!m_armed) return;
+    if (!armed_) return;
     if (onKtx()) {
-        m_service = host::procAs<ServiceEntry>(host::GetProcAddressW(m_library, kServiceEntry));
-        if (m_service) m_service();
-    } else if (m_registers) {
+        service_ = host::procAs<ServiceEntry>(host::GetProcAddressW(library_, kServiceEntry));
+        if (service_) service_();
+    } else if (registers_) {
         writeRegister(OSMR3, readRegister(OSCR) + m_interval);
     }
 }
@@ -115,20 +114,20 @@ void WatchDog::service() {
 void WatchDog::trigger() {
     if (onKtx()) {
         host::NKDbgPrintfW(L"WatchDog::WatchDog -- TRIGGER!!!\n");
-        if (!m_armed) {
+        if (!armed_) {
             host::NKDbgPrintfW(
                 L"WatchDog::trigger -- no hardware watchdog armed; the unit is not reset!\n");
             return;
         }
-        if (auto start = host::procAs<StartEntry>(host::GetProcAddressW(m_library, kStartEntry)))
+        if (auto start = host::procAs<StartEntry>(host::GetProcAddressW(library_, kStartEntry)))
             start();
         if (auto setTime =
-                host::procAs<SetTimeEntry>(host::GetProcAddressW(m_library, kSetTimeEntry))) {
+                host::procAs<SetTimeEntry>(host::GetProcAddressW(library_, kSetTimeEntry))) {
             DWORD oneMillisecond = 1;
             setTime(&oneMillisecond);
         }
         host::Sleep(10);
-    } else if (m_registers) {
+    } else if (registers_) {
         writeRegister(OSMR3, readRegister(OSCR) + kTriggerTicks);
     } else {
         host::NKDbgPrintfW(
@@ -140,11 +139,11 @@ void WatchDog::trigger() {
 // timer is another thread, so the words are accessed atomically (relaxed),
 // which compiles to the same single loads and stores on the target.
 DWORD WatchDog::readRegister(DWORD offset) const {
-    return std::atomic_ref<DWORD>(const_cast<DWORD&>(m_registers[offset / sizeof(DWORD)]))
+    return std::atomic_ref<DWORD>(const_cast<DWORD&>(registers_[offset / sizeof(DWORD)]))
         .load(std::memory_order_relaxed);
 }
 
 void WatchDog::writeRegister(DWORD offset, DWORD value) {
-    std::atomic_ref<DWORD>(const_cast<DWORD&>(m_registers[offset / sizeof(DWORD)]))
+    std::atomic_ref<DWORD>(const_cast<DWORD&>(registers_[offset / sizeof(DWORD)]))
         .store(value, std::memory_order_relaxed);
 }

@@ -45,7 +45,7 @@ class WatchDog {
     // Whether the hardware was reached and armed. When it was not (missing
     // library, entry or register mapping), service() and trigger() leave the
     // hardware alone.
-    bool armed() const { return m_armed; }
+    bool armed() const { return armed_; }
 
     // Tests only: deletes the singleton so the next Singleton() arms afresh.
     static void resetSingletonForTests();
@@ -61,11 +61,11 @@ class WatchDog {
     DWORD readRegister(DWORD offset) const;
     void writeRegister(DWORD offset, DWORD value);
 
-    HANDLE m_library = NULL_HANDLE;
-    StartEntry m_start = nullptr;
-    SetTimeEntry m_setTime = nullptr;
-    ServiceEntry m_service = nullptr;  // looked up again at every service
-    volatile DWORD* m_registers = nullptr;
+    HANDLE library_ = NULL_HANDLE;
+    StartEntry start_ = nullptr;
+    SetTimeEntry setTime_ = nullptr;
+    ServiceEntry service_ = nullptr;  // looked up again at every service
+    volatile DWORD* registers_ = nullptr;
     DWORD m_interval = 0;
-    bool m_armed = false;
+    bool armed_ = false;
 };
