@@ -89,7 +89,11 @@ class SimControl:
 
     def attach(self, kind: str, serial: int | None = None) -> int:
         """Plug in a board of ``kind`` (t1, rf, ip, ipg, pots); answers its slot.
-        The controller sees the arrival and boots it."""
+        The controller sees the arrival and boots it.
+
+        The controller tells the kinds apart by serial number: a ``serial``
+        outside the kind's range (t1 1050000000, rf 1150000000, ip 1235000000,
+        ipg 1245000000, pots 1350000000 and up) makes a board it does not use."""
         if kind not in BOARD_KINDS:
             raise ValueError(f"kind must be one of {', '.join(BOARD_KINDS)}, got {kind!r}")
         spec = kind if serial is None else f"{kind}:{int(serial)}"

@@ -8,8 +8,9 @@ from tovel import ConnectionClosed, Status
 
 @pytest.mark.tovel_unit(boards="t1")
 def test_timeout_leaves_the_request_outstanding(tovel_unit):
-    tovel_unit.sim.fault(1, "hang")
     with tovel_unit.client(timeout=0.2) as c:
+        assert c.version() == 191213  # the board is bound before it hangs
+        tovel_unit.sim.fault(1, "hang")
         with pytest.raises(TimeoutError):
             c.atomic_get(0x7E, 0x7E, 2, b"\xbe\xef")
         assert c.pending == 1
