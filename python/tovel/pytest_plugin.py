@@ -15,7 +15,7 @@ output.
 
 from __future__ import annotations
 
-from collections.abc import Iterator
+from collections.abc import Generator, Iterator
 from typing import Any
 
 import pytest
@@ -47,7 +47,9 @@ def _start(config: pytest.Config, **kwargs: Any) -> Unit:
 
 
 def _remember(item: pytest.Item, unit: Unit) -> None:
-    item.stash.setdefault(_UNITS, []).append(unit)
+    if _UNITS not in item.stash:
+        item.stash[_UNITS] = list[Unit]()
+    item.stash[_UNITS].append(unit)
 
 
 @pytest.fixture
@@ -73,8 +75,9 @@ def _tail(text: list[str]) -> str:
     return "\n".join(text[-_TAIL_LINES:])
 
 
-@pytest.hookimpl(hookwrapper=True)
-def pytest_runtest_makereport(item: pytest.Item, call: pytest.CallInfo[None]) -> Iterator[None]:
+@pytest.hookimpl(hookwrapper=True)  # type: ignore[misc]  # pluggy's decorator is untyped
+def pytest_runtest_makereport(item: pytest.Item,
+                              call: pytest.CallInfo[None]) -> Generator[None, Any, None]:
     outcome = yield
     report: pytest.TestReport = outcome.get_result()
     if not report.failed or report.when == "teardown":

@@ -1,7 +1,6 @@
 """Starting and stopping units: root, ports, logs, platform, failures."""
 
 import socket
-from pathlib import Path
 
 import pytest
 
