@@ -2,6 +2,7 @@
 
 #include "boards/error_log.h"
 #include "tests/server_session/session_fixture.h"
+#include "tests/support/waiting.h"
 
 using namespace sessiontest;
 
@@ -39,17 +40,19 @@ TEST_F(SessionTest, PrimSendInThreePiecesIsTracedTwiceAndHandedOnOnce) {
     Bytes request = {0, 1, 0x33, 0, 25};
     for (int i = 0; i < 25; ++i) request.push_back(static_cast<std::uint8_t>(i));
     ASSERT_EQ(request.size(), 30u);
+    // Each piece is seen before the next is sent, so two pieces never arrive in one receive.
+    const wchar_t* fragments[] = {L"Msg Fragment(Prim_Send): needed 30 have 10",
+                                  L"Msg Fragment(Prim_Send): needed 30 have 20"};
     for (int piece = 0; piece < 3; ++piece) {
         send(Bytes(request.begin() + piece * 10, request.begin() + piece * 10 + 10));
         if (piece < 2) {
-            EXPECT_TRUE(quietFor(50));
+            EXPECT_TRUE(
+                testing_support::eventually([&] { return debug.contains(fragments[piece]); }));
         }
     }
     // A following status request is answered after the send was served.
     send({2, 0, 0, 0, 0});
     receive(73);
-    EXPECT_TRUE(debug.contains(L"Msg Fragment(Prim_Send): needed 30 have 10"));
-    EXPECT_TRUE(debug.contains(L"Msg Fragment(Prim_Send): needed 30 have 20"));
     auto history = boards[0]->commandHistory();
     ASSERT_EQ(boards[0]->commandCount(0x33), 1u);
     EXPECT_EQ(history.back().payload.size(), 25u);
