@@ -251,6 +251,8 @@ void UsbCtlr::bootUnlessAlive(bool bootIfAlive, bool flashAfterBoot, bool mayFla
     // reads the version of the program the board came up with.
     if (isAlive() && !bootIfAlive) return;
     logMsg(L"Attempting boot...");
+    // Only the enumeration comes here: a board whose image does not boot gets
+    // its kind's previous image, so it stays within a client's reach.
     if (bootWithLastGoodImage(*this) == dspOk) {
         if (mayFlash && flashAfterBoot) flashCOF();
         return;
