@@ -7,6 +7,7 @@
 #include <span>
 
 #include "boards/error_log.h"
+#include "boards/last_good_image.h"
 #include "platform/clock.h"
 #include "platform/text.h"
 #include "platform/thread.h"
@@ -250,7 +251,9 @@ void UsbCtlr::bootUnlessAlive(bool bootIfAlive, bool flashAfterBoot, bool mayFla
     // reads the version of the program the board came up with.
     if (isAlive() && !bootIfAlive) return;
     logMsg(L"Attempting boot...");
-    if (boot() == dspOk) {
+    // Only the enumeration comes here: a board whose image does not boot gets
+    // its kind's previous image, so it stays within a client's reach.
+    if (bootWithLastGoodImage(*this) == dspOk) {
         if (mayFlash && flashAfterBoot) flashCOF();
         return;
     }

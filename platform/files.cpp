@@ -362,4 +362,35 @@ BOOL MoveFileW(const wchar_t* from, const wchar_t* to) {
     return TRUE_;
 }
 
+BOOL ReplaceFileW(const wchar_t* replaced, const wchar_t* replacement, const wchar_t* backup) {
+    if (!replaced || !replacement) {
+        SetLastError(ERROR_INVALID_PARAMETER);
+        return FALSE_;
+    }
+    const std::string target = hostPathOf(replaced);
+    const std::string source = hostPathOf(replacement);
+    struct stat st {};
+    if (::stat(source.c_str(), &st) != 0) {
+        SetLastError(errnoToError(errno));
+        return FALSE_;
+    }
+    if (backup && ::stat(target.c_str(), &st) == 0) {
+        // A second name for the old file keeps it in place until the
+        // replacement lands; where hard links are refused, the old file
+        // moves to the backup name first and the target is briefly absent.
+        const std::string kept = hostPathOf(backup);
+        ::unlink(kept.c_str());
+        if (::link(target.c_str(), kept.c_str()) != 0 &&
+            ::rename(target.c_str(), kept.c_str()) != 0) {
+            SetLastError(errnoToError(errno));
+            return FALSE_;
+        }
+    }
+    if (::rename(source.c_str(), target.c_str()) != 0) {
+        SetLastError(errnoToError(errno));
+        return FALSE_;
+    }
+    return TRUE_;
+}
+
 }  // namespace host

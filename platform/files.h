@@ -54,5 +54,11 @@ DWORD GetFileAttributesW(const wchar_t* path);
 BOOL CreateDirectoryW(const wchar_t* path);
 BOOL DeleteFileW(const wchar_t* path);
 BOOL MoveFileW(const wchar_t* from, const wchar_t* to);
+// Puts `replacement` in the place of `replaced` in one step, so that readers
+// of `replaced` find either the old file or the new one, never none. When
+// `backup` is given and `replaced` exists, the old file is kept under that
+// name (an earlier backup is overwritten). Unlike the Windows call, a missing
+// `replaced` is no error: the replacement simply takes its name.
+BOOL ReplaceFileW(const wchar_t* replaced, const wchar_t* replacement, const wchar_t* backup);
 
 }  // namespace host

@@ -59,12 +59,9 @@ void Tovel::enumBoards() {
 
 void Tovel::cofStart() {
     state_ = 19;
-    closeCofFile();
     const std::wstring name = ctlr_->getCofFileName();
-    const std::wstring path = installFolder + L"\\" + name;
-    // Exclusive: no other session may read or write the image while it is written.
-    cofFile_ = host::CreateFileW(path.c_str(), host::GENERIC_WRITE, 0, host::CREATE_ALWAYS);
-    if (cofFile_ != INVALID_HANDLE_VALUE) {
+    // The bytes go beside the image; the image is replaced only at the end.
+    if (cofDownload_.open(name)) {
         debugMessage(L"COF DOWNLOAD: Open local file '" + name + L"' success!\n");
     } else {
         std::wstring why = host::FormatMessageText(host::GetLastError()).value_or(L"");
@@ -77,10 +74,8 @@ void Tovel::cofStart() {
 
 void Tovel::cofData(const std::uint8_t* payload, std::uint32_t size) {
     state_ = 20;
-    if (cofFile_ != INVALID_HANDLE_VALUE) {
-        DWORD written = 0;
-        if (!host::WriteFile(cofFile_, payload, size, &written) || written != size)
-            throw std::runtime_error("COF file write failed");
+    if (cofDownload_.isOpen()) {
+        if (!cofDownload_.write(payload, size)) throw std::runtime_error("COF file write failed");
     } else {
         statusMessage(L"COF Data ecountered without open file!\n");
     }
@@ -89,9 +84,9 @@ void Tovel::cofData(const std::uint8_t* payload, std::uint32_t size) {
 
 void Tovel::cofEnd() {
     state_ = 21;
-    if (cofFile_ != INVALID_HANDLE_VALUE) {
+    if (cofDownload_.isOpen()) {
         debugMessage(L"COF DOWNLOAD: COF END, closing cof file\n");
-        closeCofFile();
+        cofDownload_.commit();
     } else {
         statusMessage(L"COF END ecountered without open file!\n");
     }
@@ -99,9 +94,7 @@ void Tovel::cofEnd() {
 }
 
 void Tovel::closeCofFile() {
-    if (cofFile_ == INVALID_HANDLE_VALUE) return;
-    host::CloseHandle(cofFile_);
-    cofFile_ = INVALID_HANDLE_VALUE;
+    cofDownload_.abandon();
 }
 
 void Tovel::dspBoot() {

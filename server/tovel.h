@@ -12,6 +12,7 @@
 #include "platform/socket.h"
 #include "platform/sync.h"
 #include "platform/win_types.h"
+#include "server/cof_download.h"
 
 class UsbCtlr;
 class SessionOwner;
@@ -81,6 +82,7 @@ class Tovel : public std::enable_shared_from_this<Tovel> {
     void version();
     void cmdLineControl();
     void unknownControl(int sub);
+    // Ends an open download without replacing the image.
     void closeCofFile();
 
     // The reply record as it goes on the wire: status, length, data.
@@ -95,7 +97,7 @@ class Tovel : public std::enable_shared_from_this<Tovel> {
     UsbCtlr* const ctlr_;
     SessionOwner* const owner_;
     std::atomic<HANDLE> thread_{NULL_HANDLE};
-    HANDLE cofFile_ = INVALID_HANDLE_VALUE;
+    CofDownload cofDownload_;
     std::atomic<int> state_{0};
     DWORD lastTickle_ = 0;
     host::CriticalSection tickleLock_;

@@ -75,3 +75,29 @@ TEST(Files, MoveNeverReplacesAndDeleteOfMissingFails) {
     EXPECT_TRUE(MoveFileW(L"\\a", L"\\b"));
     EXPECT_EQ(root.readFile(L"\\b"), "A");
 }
+
+TEST(Files, ReplaceKeepsTheOldFileAsBackupAndNeedsNoTarget) {
+    testing_support::TempUnitRoot root;
+    root.writeFile(L"\\img", "OLD");
+    root.writeFile(L"\\img.new", "NEW");
+    root.writeFile(L"\\img.bak", "OLDER");
+    // A reader that has the old file open goes on reading the old bytes.
+    HANDLE reader = CreateFileW(L"\\IMG", GENERIC_READ, FILE_SHARE_READ, OPEN_EXISTING);
+    ASSERT_NE(reader, INVALID_HANDLE_VALUE);
+    EXPECT_TRUE(ReplaceFileW(L"\\img", L"\\img.new", L"\\img.bak"));
+    EXPECT_EQ(root.readFile(L"\\img"), "NEW");
+    EXPECT_EQ(root.readFile(L"\\img.bak"), "OLD");
+    EXPECT_EQ(GetFileAttributesW(L"\\img.new"), INVALID_FILE_ATTRIBUTES);
+    char bytes[3] = {};
+    DWORD n = 0;
+    EXPECT_TRUE(ReadFile(reader, bytes, 3, &n));
+    EXPECT_EQ(std::string(bytes, n), "OLD");
+    CloseHandle(reader);
+
+    EXPECT_FALSE(ReplaceFileW(L"\\img", L"\\img.new", nullptr));  // nothing to put in place
+    EXPECT_EQ(GetLastError(), ERROR_FILE_NOT_FOUND);
+    root.writeFile(L"\\first.new", "1");
+    EXPECT_TRUE(ReplaceFileW(L"\\first", L"\\first.new", L"\\first.bak"));
+    EXPECT_EQ(root.readFile(L"\\first"), "1");
+    EXPECT_EQ(GetFileAttributesW(L"\\first.bak"), INVALID_FILE_ATTRIBUTES);
+}

@@ -46,7 +46,7 @@ TEST_F(SessionTest, BootFromTheInstalledImageAnswersTheDspState) {
     EXPECT_EQ(owner.restarts, 0);
 }
 
-TEST_F(SessionTest, TwoChunksAreAppendedAndARestartEmptiesTheFile) {
+TEST_F(SessionTest, TwoChunksAreAppendedAndARestartEmptiesTheDownload) {
     testing_support::DebugCapture debug;
     startSession();
     send(control(1));
@@ -57,27 +57,35 @@ TEST_F(SessionTest, TwoChunksAreAppendedAndARestartEmptiesTheFile) {
     receive(8);
     send(control(3));
     receive(8);
-    std::string file = root.readFile(installFolder + L"\\t1.cof");
+    const std::string file = root.readFile(installFolder + L"\\t1.cof");
     EXPECT_EQ(file, std::string(100, '\1') + std::string(50, '\2'));
     EXPECT_TRUE(debug.contains(L"COF DOWNLOAD: Open local file 't1.cof' success!"));
     send(control(1));
     receive(8);
-    send(control(1));  // a second start without an end empties the file again
+    send(control(2, Bytes(10, 3)));
     receive(8);
-    EXPECT_EQ(root.readFile(installFolder + L"\\t1.cof"), "");
+    send(control(1));  // a second start without an end empties the download again
+    receive(8);
+    EXPECT_EQ(root.readFile(installFolder + L"\\t1.cof.part"), "");
+    EXPECT_EQ(root.readFile(installFolder + L"\\t1.cof"), file);
 }
 
-TEST_F(SessionTest, DownloadHoldsTheImageExclusively) {
+TEST_F(SessionTest, DownloadHoldsItsFileExclusivelyAndLeavesTheImageBootable) {
     startSession();
     send(control(1));
     receive(8);
-    HANDLE other = host::CreateFileW((installFolder + L"\\T1.COF").c_str(), host::GENERIC_WRITE, 0,
-                                     host::CREATE_ALWAYS);
+    // What a second session's start of the same kind's download does.
+    HANDLE other = host::CreateFileW((installFolder + L"\\T1.COF.PART").c_str(),
+                                     host::GENERIC_WRITE, 0, host::CREATE_ALWAYS);
     EXPECT_EQ(other, INVALID_HANDLE_VALUE);
+    send(control(2, {1, 2, 3}));
+    receive(8);
+    send(control(4));  // boots the image in place
+    EXPECT_EQ(le32(receive(8), 0), 4u);
     send(control(3));
     receive(8);
-    other = host::CreateFileW((installFolder + L"\\t1.cof").c_str(), host::GENERIC_WRITE, 0,
-                              host::OPEN_EXISTING);
+    other = host::CreateFileW((installFolder + L"\\t1.cof.part").c_str(), host::GENERIC_WRITE, 0,
+                              host::CREATE_ALWAYS);
     EXPECT_NE(other, INVALID_HANDLE_VALUE);
     host::CloseHandle(other);
 }

@@ -13,6 +13,7 @@
 #include "platform/child_process.h"
 #include "tests/support/test_support.h"
 #include "tests/tovelctl/fake_controller.h"
+#include "tools/coffkit/damaged_images.h"
 
 namespace {
 
@@ -93,17 +94,44 @@ TEST(Tovelctl, CofDownloadSendsTheFileAndReportsEachReplyInJson) {
     std::iota(image.begin(), image.end(), 'a');
     const std::string path = root.path() + "/image.cof";
     std::ofstream(path, std::ios::binary) << image;
-    Result run = tovelctl(portArg(fake) + "--json cof-download " + path);
+    // Not an image: only --force sends it.
+    Result run = tovelctl(portArg(fake) + "--json cof-download --force " + path);
     EXPECT_EQ(run.exitCode, 0) << run.output;
-    EXPECT_EQ(lineCount(run.output), 4) << run.output;  // start, two pieces, end
+    EXPECT_EQ(lineCount(run.output), 5) << run.output;  // verdict, start, two pieces, end
     EXPECT_NE(run.output.find("{\"command\":\"cof-end\""), std::string::npos);
     const auto received = fake.cofFile();
     EXPECT_EQ(std::string(received.begin(), received.end()), image);
 
-    Result text = tovelctl(portArg(fake) + "cof-download " + path);  // not a terminal: no bar
+    Result text = tovelctl(portArg(fake) + "cof-download --force " + path);  // no terminal, no bar
     EXPECT_EQ(text.exitCode, 0);
     EXPECT_EQ(text.output.find('['), std::string::npos) << text.output;
     EXPECT_NE(text.output.find("sent:"), std::string::npos) << text.output;
+}
+
+TEST(Tovelctl, CofDownloadShowsTheReaderVerdictAndRefusesAnImageThatWillNotBoot) {
+    testing_support::TempUnitRoot root;
+    FakeController fake;
+    const std::string good = root.path() + "/good.cof";
+    const auto image = coffkit::undamagedImage();
+    std::ofstream(good, std::ios::binary)
+        .write(reinterpret_cast<const char*>(image.data()), static_cast<long>(image.size()));
+    Result sent = tovelctl(portArg(fake) + "cof-download " + good);
+    EXPECT_EQ(sent.exitCode, 0) << sent.output;
+    EXPECT_NE(sent.output.find("verdict:  boots"), std::string::npos) << sent.output;
+    EXPECT_NE(sent.output.find("sections: 2"), std::string::npos) << sent.output;
+    EXPECT_EQ(fake.cofFile(), image);
+
+    const std::string bad = root.path() + "/bad.cof";
+    std::ofstream(bad, std::ios::binary) << std::string(30, 'x');
+    const std::size_t requests = fake.requests().size();
+    Result refused = tovelctl(portArg(fake) + "--json cof-download " + bad);
+    EXPECT_EQ(refused.exitCode, 1);
+    EXPECT_NE(refused.output.find("\"verdict\":\"will not boot\",\"reason\":\"not a TI C6000 "
+                                  "COFF file (target ID)\",\"readerSays\":\"CommPolicy_USB: "),
+              std::string::npos)
+        << refused.output;
+    EXPECT_NE(refused.output.find("--force sends it anyway"), std::string::npos);
+    EXPECT_EQ(fake.requests().size(), requests) << "a refused image costs no connection";
 }
 
 TEST(Tovelctl, RawAndAtomicRequestsGoOutAsGiven) {

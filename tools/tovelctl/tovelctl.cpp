@@ -2,7 +2,8 @@
 // line. One command per run, one connection per command.
 //
 // Exit codes: 0 a reply was received (whatever its status), 1 bad arguments
-// or input file, 2 the connection failed (refused, closed, timed out, or an
+// or input file (also an image for cof-download that the COFF reader
+// refuses, unless --force), 2 the connection failed (refused, closed, timed out, or an
 // answer that is not a reply).
 #include <CLI/CLI.hpp>
 #include <cstdint>
@@ -16,6 +17,7 @@
 #include "platform/clock.h"
 #include "platform/terminal.h"
 #include "tools/tovelclient/tovel_client.h"
+#include "tools/tovelctl/image_verdict.h"
 #include "tools/tovelctl/report.h"
 
 namespace {
@@ -133,6 +135,17 @@ void cofDownload(const Options& o, Client& client, const std::vector<std::uint8_
     printReply(o, report);
 }
 
+// Prints the reader's verdict on the image; refuses one that will not boot
+// unless forced.
+void checkImage(const Options& o, const std::string& file, bool force) {
+    const tovelctl::ImageVerdict verdict = tovelctl::readImageVerdict(file);
+    Report report = verdict.report(file);
+    printReply(o, report);
+    if (!verdict.accepted() && !force)
+        throw InputError("'" + file + "' will not boot: " + verdict.reason +
+                         "; --force sends it anyway");
+}
+
 void printStatusBlock(const Options& o, const Reply& reply) {
     Report report("status");
     report.status("status", reply.status);
@@ -194,6 +207,9 @@ int main(int argc, char** argv) {
     auto* cmdline = app.add_subcommand("cmdline", "hand the unit to command-line control");
     auto* cof = app.add_subcommand("cof-download", "replace the board kind's COF image with FILE");
     cof->add_option("FILE", file, "COF image to send")->required();
+    bool force = false;
+    cof->add_flag("--force", force,
+                  "send an image that the COFF reader refuses (it will not boot)");
     auto* atomicSend =
         app.add_subcommand("atomic-send", "send a DSP command and wait until it is done");
     atomicSend->add_option("OPCODE", opcode, "DSP command opcode")->required();
@@ -218,7 +234,10 @@ int main(int argc, char** argv) {
         std::vector<std::uint8_t> payload =
             hex.empty() ? std::vector<std::uint8_t>{} : parsePayload(hex);
         std::vector<std::uint8_t> image;
-        if (cof->parsed()) image = readFile(file);
+        if (cof->parsed()) {
+            image = readFile(file);
+            checkImage(o, file, force);
+        }
         std::uint8_t op = opcode.empty() ? 0 : parseByte(opcode, "OPCODE");
         if (primSend->parsed() && payload.size() > 0xffff)
             throw InputError("a packet payload is at most 65535 bytes");
