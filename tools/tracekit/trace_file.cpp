@@ -92,6 +92,7 @@ void TraceFile::served(const ServedRequest& request) {
     record.status = request.status;
     record.replyLength = request.replyLength;
     record.tookMs = request.tookMs;
+    record.wall -= std::chrono::milliseconds(request.tookMs);  // when it began, as t_ms
     enqueue(std::move(record));
 }
 
@@ -149,12 +150,20 @@ void TraceFile::run() {
     }
 }
 
+// A pulled board is gone from the bus; its lines keep the slot it had.
+int TraceFile::slotOf(std::uint32_t serial) const {
+    const int slot = slotOf_ ? slotOf_(serial) : 0;
+    if (slot) knownSlots_[serial] = slot;
+    const auto known = knownSlots_.find(serial);
+    return known == knownSlots_.end() ? 0 : known->second;
+}
+
 std::string TraceFile::format(const Record& r) const {
     nlohmann::ordered_json line;
     line["t_ms"] = static_cast<DWORD>(r.tick - startTick_);
     line["wall"] = isoTime(r.wall);
     line["session"] = r.session;
-    line["slot"] = slotOf_ ? slotOf_(r.serial) : 0;
+    line["slot"] = slotOf(r.serial);
     line["serial"] = r.serial;
     if (r.type != Type::Request) {
         line["event"] = r.type == Type::Start ? "start" : "end";
@@ -184,7 +193,10 @@ std::string TraceFile::format(const Record& r) const {
     line["payload"] = hex(h + header, payload);
     if (r.replied) {
         line["status"] = r.status;
-        line["status_text"] = host::narrow(dspStatusShortText(static_cast<std::int32_t>(r.status)));
+        // Status 0 has no text of its own (it borrows "DSP Dead!"): call it success.
+        line["status_text"] =
+            r.status == 0 ? "success"
+                          : host::narrow(dspStatusShortText(static_cast<std::int32_t>(r.status)));
         line["reply_length"] = r.replyLength;
     }
     line["took_ms"] = r.tookMs;

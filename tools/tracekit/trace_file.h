@@ -13,6 +13,7 @@
 #include <deque>
 #include <fstream>
 #include <functional>
+#include <map>
 #include <mutex>
 #include <string>
 #include <thread>
@@ -64,6 +65,7 @@ class TraceFile final : public RequestTrace {
     void enqueue(Record record);
     void run();
     std::string format(const Record& record) const;
+    int slotOf(std::uint32_t serial) const;
     void writeLine(const std::string& line);
 
     const std::string path_;
@@ -73,6 +75,7 @@ class TraceFile final : public RequestTrace {
     const DWORD startTick_;
     std::ofstream out_;
     std::uint64_t written_ = 0;
+    mutable std::map<std::uint32_t, int> knownSlots_;  // the writer thread's only
 
     std::mutex mutex_;
     std::condition_variable wake_, drained_;
