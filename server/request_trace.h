@@ -34,7 +34,8 @@ class RequestTrace {
                               const std::string& reason) = 0;
 };
 
-// The trace in force (none by default); set it before sessions start.
+// The trace in force (none by default). A trace once set stays alive until
+// another one replaces it; null switches tracing off.
 void setRequestTrace(std::shared_ptr<RequestTrace> trace);
 RequestTrace* requestTrace();
 // A new session number, 1, 2, ...
