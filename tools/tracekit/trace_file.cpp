@@ -103,16 +103,19 @@ void TraceFile::sessionEnded(unsigned session, std::uint32_t serial, const std::
 }
 
 void TraceFile::enqueue(Record record) {
+    bool wasEmpty = false;
     {
         std::lock_guard lock(mutex_);
         if (queue_.size() >= queueLimit_) {
             ++dropped_;
             return;
         }
+        wasEmpty = queue_.empty();
         queue_.push_back(std::move(record));
         ++enqueued_;
     }
-    wake_.notify_one();
+    // The writer waits only on an empty queue: one wake-up per batch.
+    if (wasEmpty) wake_.notify_one();
 }
 
 void TraceFile::flush() {
@@ -121,32 +124,24 @@ void TraceFile::flush() {
     drained_.wait(lock, [&] { return flushed_ >= target || stop_; });
 }
 
-// Lines are flushed to the file whenever the queue runs empty, so a burst
-// costs one write, and a reader sees every line soon after it happened.
+// The writer takes the whole queue at once and flushes the file after each
+// batch, so a burst costs one write and a reader sees every line soon after.
 void TraceFile::run() {
     std::unique_lock lock(mutex_);
     for (;;) {
-        wake_.wait(lock, [this] { return stop_ || !queue_.empty(); });
-        if (queue_.empty()) {  // stopping, all written
-            if (dropped_) writeLine(nlohmann::json{{"dropped", std::exchange(dropped_, 0)}}.dump());
-            return;
-        }
-        Record record = std::move(queue_.front());
-        queue_.pop_front();
+        wake_.wait(lock, [this] { return stop_ || !queue_.empty() || dropped_; });
+        if (queue_.empty() && stop_ && !dropped_) return;  // everything written
+        std::deque<Record> batch;
+        batch.swap(queue_);
         const std::uint64_t dropped = std::exchange(dropped_, 0);
         lock.unlock();
         if (dropped) writeLine(nlohmann::json{{"dropped", dropped}}.dump());
-        writeLine(format(record));
+        for (const Record& record : batch) writeLine(format(record));
+        out_.flush();
         lock.lock();
-        ++done_;
-        if (queue_.empty()) {
-            const std::uint64_t done = done_;
-            lock.unlock();
-            out_.flush();
-            lock.lock();
-            flushed_ = done;
-            drained_.notify_all();
-        }
+        done_ += batch.size();
+        flushed_ = done_;
+        drained_.notify_all();
     }
 }
 
