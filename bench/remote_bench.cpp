@@ -12,8 +12,10 @@
 // Prints the figures and the ratios to the baseline; exits 1 only when the
 // set-up fails or a reply is wrong.
 #include <algorithm>
+#include <chrono>
 #include <cstdio>
 #include <exception>
+#include <filesystem>
 #include <string>
 #include <vector>
 
@@ -22,7 +24,9 @@
 #include "boards/usb_ctlr.h"
 #include "platform/process.h"
 #include "server/remote_protocol.h"
+#include "server/request_trace.h"
 #include "sim/firmware_table.h"
+#include "tools/tracekit/trace_file.h"
 
 namespace {
 
@@ -35,6 +39,9 @@ constexpr int kRounds = 10;
 constexpr double kRoundSeconds = 0.4;
 constexpr double kLinkSeconds = 1.0;
 constexpr double kPairSeconds = 1.0;
+// Short alternating rounds: the trace's cost is small next to a busy machine's noise.
+constexpr int kTraceRounds = 40;
+constexpr double kTraceRoundSeconds = 0.1;
 
 // A batch carries about this many bytes of frames, whatever their size, so
 // that small frames are not held back by the acknowledgements' round trips.
@@ -258,6 +265,54 @@ void reportEcho(BenchUnit& unit, TovelServer& server) {
         echo.rawPair.perSecond() > 0 ? echo.tovelPair.perSecond() / echo.rawPair.perSecond() : 0.0);
 }
 
+// The cost of `tovel --trace`: the same echo with the request trace on and
+// off, in alternating rounds on one connection.
+void reportTraceCost(TovelServer& server) {
+    Bytes payload(kEchoBytes, 0x5A);
+    const Bytes request =
+        remproto::encodeAtomicGet(sim::kOpcodeEcho, payload, sim::kOpcodeEcho, kEchoBytes);
+    const Bytes reply = remproto::encodeReply(0, payload);
+    const std::string path =
+        (std::filesystem::temp_directory_path() /
+         ("tovel-bench-trace-" +
+          std::to_string(std::chrono::steady_clock::now().time_since_epoch().count()) + ".jsonl"))
+            .string();
+    auto trace = std::make_shared<tracekit::TraceFile>(path, std::uint64_t{64} << 20);
+    require(trace->isOpen(), "cannot write the trace file");
+
+    const host::SOCKET socket = server.connect();
+    require(socket != host::INVALID_SOCKET, "cannot connect to the server controller");
+    RoundTrips traced, plain, warmUp;
+    require(runRoundTrips(socket, request, reply, reply.size(), kWarmUpSeconds, warmUp),
+            "Rem_AtomicGet echo answered wrongly");
+    for (int round = 0; round < kTraceRounds; ++round) {
+        setRequestTrace(trace);
+        require(runRoundTrips(socket, request, reply, reply.size(), kTraceRoundSeconds, traced),
+                "Rem_AtomicGet echo answered wrongly with the trace on");
+        setRequestTrace(nullptr);
+        require(runRoundTrips(socket, request, reply, reply.size(), kTraceRoundSeconds, plain),
+                "Rem_AtomicGet echo answered wrongly");
+    }
+    host::closesocket(socket);
+    trace->flush();
+    std::error_code ec;
+    const auto bytes = std::filesystem::file_size(path, ec);
+    std::filesystem::remove(path, ec);
+    std::filesystem::remove(path + ".old", ec);
+
+    std::printf("Request trace (tovel --trace), %zu-byte echo; %d alternating rounds of %.1f s\n",
+                kEchoBytes, kTraceRounds, kTraceRoundSeconds);
+    std::printf("  %-34s %10s %9s %9s\n", "", "requests/s", "p50 us", "p99 us");
+    printRow("Tovel, trace on", traced);
+    printRow("Tovel, trace off", plain);
+    std::printf(
+        "  rate traced/untraced = %.3f, p99 traced/untraced = %.2f; %.0f trace bytes per "
+        "request\n\n",
+        plain.perSecond() > 0 ? traced.perSecond() / plain.perSecond() : 0.0,
+        plain.percentileUs(0.99) > 0 ? traced.percentileUs(0.99) / plain.percentileUs(0.99) : 0.0,
+        traced.count() ? static_cast<double>(bytes) / static_cast<double>(traced.count()) : 0.0);
+}
+
 void reportStreams(BenchUnit& unit, TovelServer& server) {
     std::printf(
         "Rem_PrimSend pipelined: %zu-KiB batches of frames, each closed by a "
@@ -272,10 +327,10 @@ void reportStreams(BenchUnit& unit, TovelServer& server) {
     printStream(measureStream(unit, server, kEchoBytes, kStreamOpcodeSmall));
 }
 
-// `only`: "echo" or "stream" runs just that part (for profiling one of them).
+// `only`: "echo", "trace" or "stream" runs just that part (for profiling one of them).
 int run(const std::string& only) {
-    if (!only.empty() && only != "echo" && only != "stream") {
-        std::fprintf(stderr, "usage: tovel_bench_remote [echo|stream]\n");
+    if (!only.empty() && only != "echo" && only != "stream" && only != "trace") {
+        std::fprintf(stderr, "usage: tovel_bench_remote [echo|stream|trace]\n");
         return 2;
     }
     BenchUnit unit;
@@ -283,10 +338,11 @@ int run(const std::string& only) {
     std::printf(
         "Tovel remote benchmark: one simulated T1 board, no transfer latency, "
         "loopback TCP\n\n");
-    if (only != "stream") reportEcho(unit, server);
+    if (only.empty() || only == "echo") reportEcho(unit, server);
+    if (only.empty() || only == "trace") reportTraceCost(server);
     // Last: frames sent past the link's handshake move the DSP's sequence
     // number, so no confirmed request may follow on this board.
-    if (only != "echo") reportStreams(unit, server);
+    if (only.empty() || only == "stream") reportStreams(unit, server);
     return 0;
 }
 

@@ -15,6 +15,7 @@
 #include "platform/text.h"
 #include "platform/thread.h"
 #include "server/remote_protocol.h"
+#include "server/request_trace.h"
 #include "server/session_owner.h"
 
 namespace {
@@ -111,6 +112,10 @@ bool Tovel::isDoneOrHung() {
 void Tovel::threadImplementation() {
     host::WSAStartup(host::MAKEWORD(2, 2), nullptr);
     socket_ = hSocket_;
+    if (RequestTrace* trace = requestTrace()) {
+        traced_ = {nextTracedSession(), ctlr_ ? ctlr_->getSerialNumber() : 0};
+        trace->sessionStarted(traced_.session, traced_.serial);
+    }
     try {
         receiveLoop();
     } catch (...) {
@@ -125,6 +130,8 @@ void Tovel::threadEnd() {
                                static_cast<unsigned>(reinterpret_cast<std::uintptr_t>(this))));
     // The download is over with the session; release the file for others.
     closeCofFile();
+    if (RequestTrace* trace = requestTrace())
+        trace->sessionEnded(traced_.session, traced_.serial, endReason());
     if (HANDLE h = thread_.exchange(NULL_HANDLE); h != NULL_HANDLE) host::CloseHandle(h);
 }
 
@@ -197,6 +204,32 @@ void Tovel::receiveLoop() {
 }
 
 void Tovel::serveHead(int bufferIndex, int numBytes) {
+    const DWORD begun = requestTrace() ? host::GetTickCount() : 0;
+    traced_.replied = false;
+    serveRequest(bufferIndex, numBytes);
+    if (sMsgSz_ > 0 && requestTrace()) traceServed(begun);  // a whole request was served
+}
+
+void Tovel::traceServed(DWORD begun) {
+    requestTrace()->served({traced_.session, traced_.serial, recvBuffer_,
+                            static_cast<std::uint32_t>(sMsgSz_), traced_.replied, traced_.status,
+                            traced_.length, begun, host::GetTickCount() - begun});
+}
+
+// Why the session ended, from the state it ended in.
+std::string Tovel::endReason() const {
+    switch (state_.load()) {
+        case 1:
+            return "closed by the client";
+        case 4:
+            return "socket error";
+        default:
+            return running_ ? "thread ended"
+                            : "stopped (state " + std::to_string(state_.load()) + ")";
+    }
+}
+
+void Tovel::serveRequest(int bufferIndex, int numBytes) {
     switch (recvBuffer_[0]) {
         case Rem_PrimSend:
             return primSend(bufferIndex, numBytes);
@@ -346,6 +379,9 @@ void Tovel::badCommand(int bufferIndex, int numBytes) {
 int Tovel::sendReply(std::uint32_t status, std::uint32_t length, const std::uint8_t* data) {
     putLe32(reply_, status);
     putLe32(reply_ + 4, length);
+    traced_.replied = true;
+    traced_.status = status;
+    traced_.length = length;
     if (length) std::memcpy(reply_ + 8, data, length);
     return host::send(socket_.load(), reinterpret_cast<const char*>(reply_),
                       static_cast<int>(8 + length), 0);

@@ -48,6 +48,7 @@ class Tovel : public std::enable_shared_from_this<Tovel> {
     void threadImplementation();
     void receiveLoop();
     void serveHead(int bufferIndex, int numBytes);
+    void serveRequest(int bufferIndex, int numBytes);
     std::wstring describeSocketError(int error);
     void threadEnd();
 
@@ -101,4 +102,15 @@ class Tovel : public std::enable_shared_from_this<Tovel> {
     std::atomic<int> state_{0};
     DWORD lastTickle_ = 0;
     host::CriticalSection tickleLock_;
+
+    // The request trace, when one is in force: this session's number, its
+    // board's serial and the reply the last request got.
+    struct Traced {
+        unsigned session = 0;
+        std::uint32_t serial = 0;
+        bool replied = false;
+        std::uint32_t status = 0, length = 0;
+    } traced_;
+    void traceServed(DWORD begun);
+    std::string endReason() const;
 };

@@ -211,7 +211,15 @@ void SimDspBoard::takeCommand(BYTE opcode, std::span<const BYTE> payload) {
     ++commandCounts_[opcode];
 
     Pending next{dspCommandDone, {}, host::GetTickCount()};
-    if (const FirmwareCommand* command = findFirmwareCommand(kind_, opcode)) {
+    const auto rule = std::find_if(replyRules_.begin(), replyRules_.end(),
+                                   [opcode](const ReplyRule& r) { return r.opcode == opcode; });
+    if (rule != replyRules_.end() && rule->kind != ReplyRule::Kind::Delay) {
+        next.finalState = dspResultReady;
+        next.reply = makeFrame(kDeviceDsp, rule->replyOpcode,
+                               rule->kind == ReplyRule::Kind::Echo
+                                   ? std::vector<BYTE>(payload.begin(), payload.end())
+                                   : rule->data);
+    } else if (const FirmwareCommand* command = findFirmwareCommand(kind_, opcode)) {
         switch (command->outcome) {
             case CommandOutcome::Done:
                 break;
@@ -225,9 +233,11 @@ void SimDspBoard::takeCommand(BYTE opcode, std::span<const BYTE> payload) {
                 break;
         }
     }
+    if (rule != replyRules_.end() && rule->kind == ReplyRule::Kind::Delay)
+        next.holdMs = rule->delayMs;
     pending_ = std::move(next);
     sequence_ = static_cast<BYTE>(sequence_ + (ackNumbering_ == AckNumbering::HalfStep ? 1 : 2));
-    if (ackTimeMs_ == 0) complete();
+    if (ackTimeMs_ == 0 && pending_->holdMs == 0) complete();
 }
 
 // Time-dependent progress: the program start after the boot delay, and the
@@ -238,7 +248,9 @@ void SimDspBoard::settle() {
         sequence_ = 1;  // a freshly booted host link expects 3 next
         outcome_ = dspRunning;
     }
-    if (pending_ && !faults_.frozen && elapsed(pending_->since, ackTimeMs_)) complete();
+    if (pending_ && !faults_.frozen &&
+        elapsed(pending_->since, std::max(ackTimeMs_, pending_->holdMs)))
+        complete();
 }
 
 void SimDspBoard::complete() {
@@ -364,6 +376,16 @@ void SimDspBoard::setStatusDetail(std::span<const BYTE> bytes) {
     std::lock_guard lock(mutex_);
     statusDetail_.fill(0);
     std::copy_n(bytes.begin(), std::min(bytes.size(), statusDetail_.size()), statusDetail_.begin());
+}
+
+void SimDspBoard::setReplyRules(std::vector<ReplyRule> rules) {
+    std::lock_guard lock(mutex_);
+    replyRules_ = std::move(rules);
+}
+
+std::vector<ReplyRule> SimDspBoard::replyRules() const {
+    std::lock_guard lock(mutex_);
+    return replyRules_;
 }
 
 // ---- Faults ---------------------------------------------------------------

@@ -50,6 +50,22 @@ struct FaultSettings {
     DWORD latencyMs = 0;
 };
 
+// Extra firmware behaviour of one board, as a scenario file describes it: a
+// rule for an opcode takes precedence over the kind's command table.
+struct ReplyRule {
+    enum class Kind {
+        Data,  // result ready; the reply frame carries replyOpcode and `data`
+        Echo,  // result ready; the reply frame carries replyOpcode and the payload
+        Delay  // the kind's own outcome, but only `delayMs` after the command
+    };
+    BYTE opcode = 0;
+    BYTE replyOpcode = 0;
+    Kind kind = Kind::Data;
+    std::vector<BYTE> data;
+    DWORD delayMs = 0;
+    friend bool operator==(const ReplyRule&, const ReplyRule&) = default;
+};
+
 // A command the DSP program took (kept for tests and tools).
 struct ReceivedCommand {
     BYTE opcode = 0;
@@ -102,6 +118,9 @@ class SimDspBoard {
     // Bytes 4..62 of the status block (59 bytes; a shorter span leaves the
     // rest zero, a longer one is cut).
     void setStatusDetail(std::span<const BYTE> bytes);
+    // Replaces the board's reply rules (none by default).
+    void setReplyRules(std::vector<ReplyRule> rules);
+    std::vector<ReplyRule> replyRules() const;
 
     // ---- Fault injection.
     // The next `count` transfers fail with `error` (31, 1167, 6, ...).
@@ -136,6 +155,7 @@ class SimDspBoard {
         BYTE finalState;
         std::vector<BYTE> reply;
         DWORD since;
+        DWORD holdMs = 0;  // a reply rule's delay, on top of the ack time
     };
 
     void settle();
@@ -160,6 +180,7 @@ class SimDspBoard {
     DWORD bootDelayMs_;
     AckNumbering ackNumbering_ = AckNumbering::HalfStep;
     std::array<BYTE, kStatusDetailSize - 1> statusDetail_{};
+    std::vector<ReplyRule> replyRules_;
 
     Phase phase_;
     DWORD startTick_ = 0;  // when the image-end frame came

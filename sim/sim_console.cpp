@@ -56,6 +56,8 @@ std::string SimConsole::execute(const std::string& line) {
     if (command == "powerfail" && words.size() == 1) return powerFail();
     if (command == "knob") return knob(words);
     if (command == "watchdog" && words.size() == 1) return watchdog();
+    if (const auto extension = extensions_.find(command); extension != extensions_.end())
+        return extension->second(words);
     if (command == "help")
         return "ok commands: boards | attach KIND[:SERIAL] | detach SLOT | fault SLOT fail CODE "
                "COUNT | "
@@ -63,6 +65,10 @@ std::string SimConsole::execute(const std::string& line) {
                "| "
                "fault SLOT clear | powerfail | knob DELTA | watchdog";
     return error("unknown command or wrong arguments: " + line.substr(0, 80));
+}
+
+void SimConsole::addCommand(const std::string& name, Handler handler) {
+    extensions_[name] = std::move(handler);
 }
 
 std::string SimConsole::boards() {

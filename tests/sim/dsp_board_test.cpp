@@ -129,6 +129,26 @@ TEST_F(DspBoardTest, RejectShowsBadCommandAndANewCommandDropsAnUnfetchedReply) {
     EXPECT_EQ(client_->reply(4), bytes({0, 0, 0, 0}));
 }
 
+// Reply rules from a scenario file take precedence over the kind's table.
+TEST_F(DspBoardTest, ReplyRulesAnswerDataEchoOrLate) {
+    using Rule = sim::ReplyRule;
+    auto board = attachAndOpen(BoardKind::T1);
+    board->setReplyRules({{0x42, 0x43, Rule::Kind::Data, {0xAA, 0xBB}, 0},
+                          {12, 12, Rule::Kind::Echo, {}, 0},
+                          {0x20, 0, Rule::Kind::Delay, {}, 6000}});
+    client_->command(0x42, bytes({1}));
+    EXPECT_EQ(client_->state(), 5);
+    EXPECT_EQ(client_->reply(6), bytes({1, 0x43, 0, 2, 0xAA, 0xBB}));
+    client_->command(12, bytes({7, 6}));  // the version query, echoed instead
+    EXPECT_EQ(client_->reply(6), bytes({1, 12, 0, 2, 7, 6}));
+    client_->command(0x20);
+    EXPECT_EQ(client_->state(), 7);
+    clock_->advance(5999);
+    EXPECT_EQ(client_->state(), 7);
+    clock_->advance(1);
+    EXPECT_EQ(client_->state(), 8);
+}
+
 TEST_F(DspBoardTest, AckWindowShowsSevenUnderTheCountInBetween) {
     auto board = attachAndOpen(BoardKind::T1);
     board->setAckTime(30);

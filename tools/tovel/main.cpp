@@ -26,8 +26,12 @@
 #include "sim/spi_counter.h"
 #include "sim/watchdog_hardware.h"
 #include "sim/watchdog_linux_device.h"
+#include "tools/scenariokit/scenario_commands.h"
+#include "tools/scenariokit/scenario_file.h"
+#include "tools/scenariokit/scenario_runner.h"
 #include "tools/tovel/start_options.h"
 #include "tools/tovel/unit_layout.h"
+#include "tools/tracekit/trace_file.h"
 
 namespace {
 
@@ -42,6 +46,9 @@ struct Options {
     bool headless = false;
     std::string debugLog;
     std::string hwWatchdog;  // a Linux watchdog device behind the simulated one; empty: none
+    std::string scenario;    // a scenario file instead of --boards
+    std::string trace;       // the request trace file; empty: none
+    unsigned traceMaxMb = 64;
 };
 
 // The status display the operator closes to end the program: the status
@@ -67,10 +74,20 @@ int run(int argc, char** argv) {
     CLI::App cli{"Tovel: the test instrument's controller, with simulated DSP boards", "tovel"};
     cli.add_option("--root", options.root, "The unit's file system (created when new)")
         ->capture_default_str();
-    cli.add_option("--boards", options.boards,
-                   "Simulated boards: KIND[:SERIAL],... with KIND t1, rf, ip, ipg or pots; "
-                   "none for no board")
-        ->capture_default_str();
+    auto* boardsOption =
+        cli.add_option("--boards", options.boards,
+                       "Simulated boards: KIND[:SERIAL],... with KIND t1, rf, ip, ipg or pots; "
+                       "none for no board")
+            ->capture_default_str();
+    cli.add_option("--scenario", options.scenario,
+                   "A scenario file (TOML): the boards, their replies and a timeline of events")
+        ->excludes(boardsOption);
+    cli.add_option("--trace", options.trace,
+                   "Write every request and reply of every session to FILE (JSON lines)");
+    cli.add_option("--trace-max-mb", options.traceMaxMb,
+                   "Rotate the trace to FILE.old above this many MiB")
+        ->capture_default_str()
+        ->check(CLI::Range(1u, 4096u));
     cli.add_option("--port-map", options.portMaps,
                    "PORT=HOSTPORT: bind HOSTPORT when the program asks for PORT (repeatable)");
     cli.add_flag("--headless", options.headless, "No status window; status lines go to stdout");
@@ -91,6 +108,12 @@ int run(int argc, char** argv) {
     std::string error;
     const auto boards = tovelcmd::parseBoardList(options.boards, error);
     if (!boards) return fail(kUsageExitCode, "--boards: " + error);
+    std::optional<scenario::Scenario> scenarioFile;
+    if (!options.scenario.empty()) {
+        auto parsed = scenario::parseScenarioFile(options.scenario);
+        if (!parsed.scenario) return fail(kUsageExitCode, "--scenario: " + parsed.error);
+        scenarioFile = std::move(parsed.scenario);
+    }
     std::vector<tovelcmd::PortMapping> portMaps;
     for (const std::string& text : options.portMaps) {
         const auto mapping = tovelcmd::parsePortMapping(text, error);
@@ -103,7 +126,8 @@ int run(int argc, char** argv) {
         return fail(kUsageExitCode, "--hw-watchdog: cannot write " + options.hwWatchdog);
 
     host::setUnitRoot(options.root);
-    const auto layout = tovelcmd::layOutUnit();
+    const auto layout =
+        scenarioFile ? tovelcmd::layOutUnit(scenarioFile->platform) : tovelcmd::layOutUnit();
     if (!layout.ok) return fail(kSetupExitCode, layout.error);
     for (const std::string& created : layout.created)
         std::cout << "tovel: created " << created << "\n";
@@ -118,7 +142,12 @@ int run(int argc, char** argv) {
     // The simulated hardware lives as long as the process.
     sim::WatchdogHardware watchdog;
     auto bus = sim::installDspBus(/*announceChanges=*/false);
-    for (const auto& choice : *boards) {
+    if (scenarioFile && scenarioFile->boardsAtStart) {
+        for (std::size_t i = 0; i < scenarioFile->boards.size(); ++i)
+            if (!scenario::attachBoard(*bus, scenarioFile->boards[i], static_cast<int>(i) + 1))
+                return fail(kSetupExitCode, "cannot attach the boards");
+    }
+    for (const auto& choice : scenarioFile ? std::vector<tovelcmd::BoardChoice>{} : *boards) {
         sim::BoardSpec spec = sim::defaultBoardSpec(choice.kind);
         spec.detail.serial = choice.serial;
         if (!bus->attach(spec)) return fail(kSetupExitCode, "cannot attach the boards");
@@ -133,6 +162,9 @@ int run(int argc, char** argv) {
     // without it if the socket cannot be made. It belongs to the simulated
     // hardware: a unit on real drivers has nothing here to drive.
     sim::SimConsole console(bus, dio, knobCounter);
+    scenario::ScenarioRunner scenarios(
+        bus, [&console](const std::string& line) { return console.execute(line); });
+    scenario::addScenarioCommands(console, scenarios);
     host::LineServer control;
     std::string controlError;
     if (!control.start(
@@ -140,10 +172,24 @@ int run(int argc, char** argv) {
             [&console](const std::string& line) { return console.execute(line); }, controlError))
         std::cerr << "tovel: no control channel: " << controlError << "\n";
 
+    std::shared_ptr<tracekit::TraceFile> trace;
+    if (!options.trace.empty()) {
+        trace = std::make_shared<tracekit::TraceFile>(
+            options.trace, std::uint64_t{options.traceMaxMb} << 20, [bus](std::uint32_t serial) {
+                const auto board = bus->boardBySerial(serial);
+                return board ? bus->slotOf(*board) : 0;
+            });
+        if (!trace->isOpen())
+            return fail(kSetupExitCode, "cannot write the trace " + options.trace);
+        setRequestTrace(trace);
+    }
+    // The scenario's timeline starts now.
+    if (scenarioFile) std::cout << "tovel: " << scenarios.load(*scenarioFile) << "\n";
     CTovelApp app(
         [&] { return makeStatusWindow(options.headless, !options.debugLog.empty(), stopEvent); });
     const int code = app.run();
     control.stop();
+    if (trace) trace->flush();  // the lines of the sessions that ended
     // The controller's other threads are not joined; the process ends here
     // with them, as it did on the unit.
     host::ExitProcess(code);

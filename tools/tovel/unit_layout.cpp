@@ -7,6 +7,7 @@
 #include "boards/error_log.h"
 #include "platform/files.h"
 #include "platform/registry.h"
+#include "platform/text.h"
 #include "server/tovel_ctlr.h"
 #include "tools/unitkit/default_images.h"
 
@@ -16,7 +17,6 @@ namespace tovelcmd {
 namespace {
 
 constexpr const wchar_t* kPlatformKey = L"\\Platform";
-constexpr const wchar_t* kPlatformName = L"Kestrix Platform";
 // The registry file in the unit root; the helper scripts find the root by it.
 constexpr const char* kRegistryFile = "registry.reg";
 
@@ -56,7 +56,7 @@ bool writeNewFile(const fs::path& file, const std::string& bytes, bool executabl
 }
 
 // The registry of a new unit: the remote-command port and the KTX platform.
-bool writeRegistry(LayoutResult& result) {
+bool writeRegistry(const std::string& platformName, LayoutResult& result) {
     const fs::path file = fs::path(host::unitRoot()) / kRegistryFile;
     std::error_code ec;
     if (fs::exists(file, ec)) return true;
@@ -64,7 +64,7 @@ bool writeRegistry(LayoutResult& result) {
     host::HKEY port = 0;
     host::HKEY platform = 0;
     const DWORD portNumber = TovelCtlr::kDefaultPort;
-    const std::wstring name = kPlatformName;
+    const std::wstring name = host::widen(platformName);
     bool ok =
         host::RegCreateKeyExW(host::HKEY_LOCAL_MACHINE, TovelCtlr::kPortKey, &port) ==
             ERROR_SUCCESS &&
@@ -107,7 +107,7 @@ std::string resetHelperScript(const std::string& program, const std::string& wou
            "echo \"$line\" >&2\n";
 }
 
-LayoutResult layOutUnit() {
+LayoutResult layOutUnit(const std::string& platformName) {
     LayoutResult result;
     std::error_code ec;
     const fs::path root = host::unitRoot();
@@ -128,7 +128,7 @@ LayoutResult layOutUnit() {
                           result))
             return result;
     }
-    if (!writeRegistry(result)) return result;
+    if (!writeRegistry(platformName, result)) return result;
     if (!writeNewFile(
             host::mapPath(TovelCtlr::kResetHelper),
             resetHelperScript("TriggerWatchdog.exe", "force a hardware reset of the unit"), true,

@@ -16,7 +16,8 @@ struct LayoutResult {
 };
 
 // Lays out the unit under the host's unit root (host::setUnitRoot first).
-LayoutResult layOutUnit();
+// `platformName` goes into a new registry as the platform's "Name".
+LayoutResult layOutUnit(const std::string& platformName = "Kestrix Platform");
 
 // The scripts that stand in for the reset helpers. Each appends one line to
 // "reset-helpers.log" in the unit root and prints it.

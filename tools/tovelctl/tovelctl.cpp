@@ -19,6 +19,7 @@
 #include "tools/tovelclient/tovel_client.h"
 #include "tools/tovelctl/image_verdict.h"
 #include "tools/tovelctl/report.h"
+#include "tools/tovelctl/trace_table.h"
 
 namespace {
 
@@ -182,6 +183,26 @@ void printPlain(const Options& o, const char* command, const Reply& reply) {
 
 }  // namespace
 
+// Reads a file, talks to no controller.
+int traceCommand(const std::string& file, const std::string& session, const std::string& status,
+                 bool json) {
+    tovelctl::TraceFilter filter;
+    try {
+        if (!session.empty()) filter.session = parseNumber(session, 0xffffffffu, "--session");
+        if (!status.empty() && !tovelctl::parseStatusFilter(status, filter))
+            throw InputError("--status must be a status number or 'nonzero', not '" + status + "'");
+    } catch (const InputError& e) {
+        std::cerr << "tovelctl: " << e.what() << "\n";
+        return kExitInput;
+    }
+    std::ifstream in(file);
+    std::string error;
+    if (!in) error = "cannot read '" + file + "'";
+    if (in && tovelctl::printTrace(in, file, filter, json, std::cout, error)) return 0;
+    std::cerr << "tovelctl: " << error << "\n";
+    return kExitInput;
+}
+
 int main(int argc, char** argv) {
     Options o;
     CLI::App app{"Talks to a Tovel controller over its remote command protocol."};
@@ -227,7 +248,14 @@ int main(int argc, char** argv) {
     auto* primGet = app.add_subcommand("prim-get", "read a raw DSP packet of SIZE payload bytes");
     primGet->add_option("SIZE", size, "payload bytes of the packet")->required();
 
+    auto* trace = app.add_subcommand("trace", "print a request trace (tovel --trace) as a table");
+    std::string traceSession, traceStatus;
+    trace->add_option("FILE", file, "the trace file")->required();
+    trace->add_option("--session", traceSession, "only this session's lines");
+    trace->add_option("--status", traceStatus, "only replies with this status, or 'nonzero'");
+
     CLI11_PARSE(app, argc, argv);
+    if (trace->parsed()) return traceCommand(file, traceSession, traceStatus, o.json);
 
     try {
         // Arguments first, so that a typo costs no connection.

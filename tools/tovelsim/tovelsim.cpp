@@ -1,6 +1,7 @@
 // tovelsim: drives the simulated hardware of a running `tovel` through the
 // control channel in its unit root (<root>/sim.sock).
 #include <CLI/CLI.hpp>
+#include <filesystem>
 #include <iostream>
 #include <string>
 #include <vector>
@@ -22,7 +23,9 @@ constexpr const char* kCommands = R"(Commands:
   fault SLOT clear             remove the board's faults
   powerfail                    raise the power-fail line (17) of DIO1:
   knob DELTA                   turn the front-panel knob by DELTA counts
-  watchdog                     the watchdog: armed, interval, time since the last service)";
+  watchdog                     the watchdog: armed, interval, time since the last service
+  load FILE                    apply a scenario file's boards, replies and events from now on
+  events                       the scenario events, pending and done, with their times)";
 
 }  // namespace
 
@@ -42,6 +45,9 @@ int main(int argc, char** argv) {
     } catch (const CLI::ParseError& e) {
         return app.exit(e) == 0 ? 0 : 2;
     }
+    // The unit reads the file itself, from its own working folder.
+    if (command.size() == 2 && command[0] == "load")
+        command[1] = std::filesystem::absolute(command[1]).string();
     std::string line;
     for (const auto& word : command) line += (line.empty() ? "" : " ") + word;
 
@@ -51,7 +57,7 @@ int main(int argc, char** argv) {
                   << root << "?)\n";
         return 2;
     }
-    if (line == "boards" && reply.rfind("ok", 0) == 0) {
+    if ((line == "boards" || line == "events") && reply.rfind("ok", 0) == 0) {
         // One board per line for people.
         std::size_t start = 0, end;
         while ((end = reply.find("; ", start)) != std::string::npos) {
