@@ -118,6 +118,25 @@ TEST_F(TovelProgram, RebootIsAnsweredThenTheResetHelperRunsAndTheProcessExits22)
     EXPECT_EQ(logCount(L"Restart Requested: Exiting TovelCtlr thread via reboot"), 1);
 }
 
+TEST_F(TovelProgram, SecondUnitOnAHeldRootIsRefusedNamingTheRootAndTheHolder) {
+    start({"--boards", "t1"});
+    auto client = connectWhenListening(remotePort);
+    ASSERT_TRUE(client->connected()) << outputText();
+    auto holder = std::move(tovel);
+
+    start({"--boards", "t1"});
+    EXPECT_EQ(tovel->waitForExit(5s), 3);
+    const std::string refusal = outputText();
+    EXPECT_NE(refusal.find("the unit root " + root.path() + " is in use by process "),
+              std::string::npos)
+        << refusal;
+    EXPECT_TRUE(fs::exists(root.path() + "/sim.sock"));  // the running unit's channel stays
+    // The running unit still serves its client.
+    EXPECT_EQ(client->ask(kVersionRequest, 12), kVersionReply);
+    tovel = std::move(holder);
+    stopAndExpectCleanExit();
+}
+
 TEST_F(TovelProgram, BadArgumentsAreRefusedBeforeAnythingStarts) {
     const std::vector<std::pair<std::vector<std::string>, std::string>> cases = {
         {{"--boards", "t1,xyz"}, "unknown board kind \"xyz\""},

@@ -17,6 +17,7 @@
 #include "platform/files.h"
 #include "platform/line_server.h"
 #include "platform/process.h"
+#include "platform/root_lock.h"
 #include "platform/signals.h"
 #include "platform/socket.h"
 #include "platform/terminal.h"
@@ -33,6 +34,7 @@ namespace {
 
 constexpr int kUsageExitCode = 2;
 constexpr int kSetupExitCode = 1;
+constexpr int kRootInUseExitCode = 3;               // another running unit holds the root
 constexpr const char* kControlSocket = "sim.sock";  // in the unit root, where tovelsim looks
 
 struct Options {
@@ -97,6 +99,12 @@ int run(int argc, char** argv) {
         if (!mapping) return fail(kUsageExitCode, "--port-map: " + error);
         portMaps.push_back(*mapping);
     }
+
+    // One unit per root, settled before anything in the root (or a watchdog
+    // device) is touched; the lock lasts as long as the process.
+    bool rootInUse = false;
+    const auto rootLock = host::RootLock::acquire(options.root, error, rootInUse);
+    if (!rootLock) return fail(rootInUse ? kRootInUseExitCode : kSetupExitCode, error);
 
     // Chosen before the watchdog hardware exists: arming it opens the device.
     if (!options.hwWatchdog.empty() && !sim::useLinuxWatchdogDevice(options.hwWatchdog))
