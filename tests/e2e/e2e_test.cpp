@@ -84,6 +84,10 @@ TEST_F(TovelProgram, WithoutBoardsAClientIsAcceptedAndDropped) {
     EXPECT_EQ(client->receiveUntilClosed(), "");
     EXPECT_TRUE(logEventually(L"NULL UsbCtlr on Accept!!; dropping connection!"));
     EXPECT_EQ(logCount(L"No Boards found!!!"), 1);
+    // Its own lines reach a file as they happen, not when the program ends.
+    const std::string shown = outputText();
+    EXPECT_NE(shown.find("tovel: created "), std::string::npos) << shown;
+    EXPECT_NE(shown.find("No Boards found!!!\n"), std::string::npos) << shown;
     stopAndExpectCleanExit();
 }
 

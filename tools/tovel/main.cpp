@@ -5,11 +5,13 @@
 #include <cstdio>
 #include <iostream>
 #include <memory>
+#include <optional>
 #include <string>
 #include <vector>
 
 #include "app/headless_display.h"
 #include "app/headless_tovel_dlg.h"
+#include "app/message_channels.h"
 #include "app/tovel_app.h"
 #include "app/tovel_dlg.h"
 #include "boards/usb_ctlr.h"
@@ -46,13 +48,17 @@ struct Options {
     std::string hwWatchdog;  // a Linux watchdog device behind the simulated one; empty: none
 };
 
+bool useStatusWindow(bool headless) {
+    return !headless && host::stdinIsTerminal() && host::stdoutIsTerminal() &&
+           CTovelDlg::terminalUsable();
+}
+
 // The status display the operator closes to end the program: the status
 // window when the program runs on a terminal, otherwise status lines on
 // stdout. Either way the dialog's own work (CPU/LED and power-fail threads)
 // runs. The window holds the debug output unless it goes to a file.
 std::unique_ptr<StatusWindow> makeStatusWindow(bool headless, bool debugToFile, HANDLE closeEvent) {
-    if (!headless && host::stdinIsTerminal() && host::stdoutIsTerminal() &&
-        CTovelDlg::terminalUsable())
+    if (useStatusWindow(headless))
         return std::make_unique<CTovelDlg>(
             CTovelDlg::Options{.closeEvent = closeEvent, .holdDebugOutput = !debugToFile});
     return std::make_unique<HeadlessTovelDlg>(
@@ -148,6 +154,13 @@ int run(int argc, char** argv) {
             [&console](const std::string& line) { return console.execute(line); }, controlError))
         std::cerr << "tovel: no control channel: " << controlError << "\n";
 
+    // Without a window, status lines that come before the display is up
+    // (the first enumeration's "No Boards found!!!") reach stdout too.
+    std::optional<HeadlessDisplay> earlyLines;
+    if (!useStatusWindow(options.headless)) {
+        earlyLines.emplace(stdout, NULL_HANDLE);
+        setStatusDisplay(&*earlyLines);
+    }
     CTovelApp app(
         [&] { return makeStatusWindow(options.headless, !options.debugLog.empty(), stopEvent); });
     const int code = app.run();
@@ -160,5 +173,8 @@ int run(int argc, char** argv) {
 }  // namespace
 
 int main(int argc, char** argv) {
+    // Line by line also into a file or pipe, so that whoever watches the
+    // output sees each line when it happens.
+    std::setvbuf(stdout, nullptr, _IOLBF, 0);
     return run(argc, argv);
 }
