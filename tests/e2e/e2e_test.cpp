@@ -4,12 +4,15 @@
 
 #include <chrono>
 #include <filesystem>
+#include <fstream>
+#include <iterator>
 #include <string>
 #include <thread>
 #include <utility>
 #include <vector>
 
 #include "tests/e2e/tovel_program.h"
+#include "tests/support/waiting.h"
 
 namespace fs = std::filesystem;
 using namespace std::chrono_literals;
@@ -120,6 +123,22 @@ TEST_F(TovelProgram, RebootIsAnsweredThenTheResetHelperRunsAndTheProcessExits22)
     EXPECT_TRUE(fs::exists(helper + ".ran"));
     EXPECT_EQ(logCount(L"Controller Reboot Requested..."), 1);
     EXPECT_EQ(logCount(L"Restart Requested: Exiting TovelCtlr thread via reboot"), 1);
+}
+
+TEST_F(TovelProgram, CommandLineControlReachesThePlatformLibrary) {
+    const std::string debugLog = root.path() + "/debug.txt";
+    start({"--boards", "t1", "--debug-log", debugLog});
+    auto client = connectWhenListening(remotePort);
+    ASSERT_TRUE(client->connected()) << outputText();
+    const std::string cmdLineControl = std::string("\x05\x07", 2) + std::string(14, '\0');
+    EXPECT_EQ(client->ask(cmdLineControl, 8), kRebootReply);  // status 4, no data
+    const auto readLog = [&] {
+        std::ifstream in(debugLog);
+        return std::string(std::istreambuf_iterator<char>(in), {});
+    };
+    EXPECT_TRUE(testing_support::eventually([&] {
+        return readLog().find("RapiUtil!ControlViaCmdLine(0, 0, 0, 0, 0)") != std::string::npos;
+    })) << readLog();
 }
 
 TEST_F(TovelProgram, SecondUnitOnAHeldRootIsRefusedNamingTheRootAndTheHolder) {

@@ -19,6 +19,7 @@
 #include "platform/files.h"
 #include "platform/line_server.h"
 #include "platform/process.h"
+#include "platform/rapi_util.h"
 #include "platform/root_lock.h"
 #include "platform/signals.h"
 #include "platform/socket.h"
@@ -140,6 +141,8 @@ int run(int argc, char** argv) {
     UsbCtlr::ConnectDeviceChangeSources();
     // Boards plugged in from now on are announced like on the unit.
     bus->setAnnounceChanges(true);
+    // The platform library that RemCtl_CmdLineControl calls.
+    host::installRapiUtilStandIn();
     auto dio = sim::installDioBlock();
     auto knobCounter = sim::installSpiCounter();
 
