@@ -164,7 +164,9 @@ TEST_F(TovelProgram, BadArgumentsAreRefusedBeforeAnythingStarts) {
     const std::vector<std::pair<std::vector<std::string>, std::string>> cases = {
         {{"--boards", "t1,xyz"}, "unknown board kind \"xyz\""},
         {{"--hw-watchdog=" + root.path() + "/no/such/watchdog"}, "--hw-watchdog: cannot write"},
+        {{"--hw-watchdog=" + root.path() + "/plain"}, "is not a watchdog device"},
     };
+    root.writeFile(L"plain", "a plain file");
     for (const auto& [args, message] : cases) {
         start(args);
         EXPECT_EQ(tovel->waitForExit(5s), 2);

@@ -114,8 +114,8 @@ int run(int argc, char** argv) {
     if (!rootLock) return fail(rootInUse ? kRootInUseExitCode : kSetupExitCode, error);
 
     // Chosen before the watchdog hardware exists: arming it opens the device.
-    if (!options.hwWatchdog.empty() && !sim::useLinuxWatchdogDevice(options.hwWatchdog))
-        return fail(kUsageExitCode, "--hw-watchdog: cannot write " + options.hwWatchdog);
+    if (!options.hwWatchdog.empty() && !sim::useLinuxWatchdogDevice(options.hwWatchdog, &error))
+        return fail(kUsageExitCode, "--hw-watchdog: " + error);
 
     host::setUnitRoot(options.root);
     const auto layout = tovelcmd::layOutUnit();
