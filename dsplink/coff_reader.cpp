@@ -186,19 +186,19 @@ int readOpenImage(HANDLE h, const std::wstring& path, CoffSectionTable& sections
     }
 
     for (const coff::SectionHeader& s : table) {
-        // A seek past the end would only fail at the next read; treat it as the
-        // seek failure it stands for. Positions beyond 2 GiB cannot be sought.
-        if (s.rawDataPos > fileSize ||
-            s.rawDataPos > static_cast<std::uint32_t>(std::numeric_limits<LONG>::max()) ||
-            host::SetFilePointer(h, static_cast<LONG>(s.rawDataPos), host::FILE_BEGIN) ==
-                host::INVALID_SET_FILE_POINTER)
+        // Seeking past the end of a file succeeds on this platform (only the
+        // read then fails), so such a position is not a failed seek: a section
+        // with nothing to load is skipped, one with data cannot be read (148).
+        const bool pastEnd = s.rawDataPos >= fileSize;
+        if (!pastEnd && host::SetFilePointer(h, static_cast<LONG>(s.rawDataPos),
+                                             host::FILE_BEGIN) == host::INVALID_SET_FILE_POINTER)
             return kCoffSeekFailed;
         if (!coff::sectionHasData(s.size, s.flags)) continue;
 
         CoffSection& record = sections[static_cast<std::size_t>(sectionCount)];
         // A size running past the end of the file cannot be read; saying so
         // before allocating keeps a corrupt size from claiming gigabytes.
-        if (s.size > fileSize - s.rawDataPos) {
+        if (pastEnd || s.size > fileSize - s.rawDataPos) {
             logSectionFailure(L"%s: failure to read section %s!", s);
             return kCoffSectionUnreadable;
         }

@@ -7,6 +7,7 @@
 #include <fstream>
 #include <map>
 #include <mutex>
+#include <optional>
 #include <sstream>
 #include <vector>
 
@@ -58,10 +59,17 @@ struct Registry {
     bool loaded = false;
     bool broken = false;
     std::map<std::wstring, Key> keys;  // by lower-cased path
+    // The file's bytes as last read or written (none: no file). The file is
+    // small and rarely consulted, so comparing its bytes is the one test of
+    // "changed" that no coarse time stamp or in-place edit can fool.
+    std::optional<std::string> seen;
 
     std::string file() const { return unitRoot() + "/" + kRegistryFile; }
+    std::optional<std::string> readFile() const;
 
-    void load();
+    // Reads the file again when it changed since it was last read or written.
+    void refresh();
+    void load(const std::optional<std::string>& bytes);
     bool save();
     Key* find(const std::wstring& path) {
         auto it = keys.find(lowered(path));
@@ -121,15 +129,27 @@ std::wstring trim(const std::wstring& s) {
     return s.substr(b, e - b);
 }
 
-void Registry::load() {
+std::optional<std::string> Registry::readFile() const {
+    std::ifstream in(file(), std::ios::binary);
+    if (!in) return std::nullopt;
+    std::stringstream ss;
+    ss << in.rdbuf();
+    return ss.str();
+}
+
+void Registry::refresh() {
+    std::optional<std::string> bytes = readFile();
+    if (loaded && bytes == seen) return;
+    load(bytes);
+}
+
+void Registry::load(const std::optional<std::string>& bytes) {
     loaded = true;
     broken = false;
     keys.clear();
-    std::ifstream in(file(), std::ios::binary);
-    if (!in) return;  // no file yet: an empty registry
-    std::stringstream ss;
-    ss << in.rdbuf();
-    std::wstring all = widen(ss.str());
+    seen = bytes;
+    if (!bytes) return;  // no file yet: an empty registry
+    std::wstring all = widen(*bytes);
     std::wistringstream lines(all);
     std::wstring line;
     int lineNo = 0;
@@ -242,16 +262,16 @@ bool Registry::save() {
     }
     std::error_code ec;
     std::filesystem::rename(temp, target, ec);
-    return !ec;
+    if (ec) return false;
+    seen = narrow(text);
+    return true;
 }
 
 // The registry with its file read, under its lock.
 struct Session {
     Registry& r = registry();
     std::lock_guard<std::recursive_mutex> lock{r.mutex};
-    Session() {
-        if (!r.loaded) r.load();
-    }
+    Session() { r.refresh(); }
 };
 
 LONG keyPath(HKEY key, std::wstring* path) {
@@ -294,6 +314,9 @@ LONG RegCreateKeyExW(HKEY parent, const wchar_t* subKey, HKEY* result, DWORD* di
     std::wstring path = join(base, subKey);
     bool existed = s.r.find(path) != nullptr;
     Key& key = s.r.create(path);
+    // The unit's writes go to the file at once, so a later re-read of an edited
+    // file cannot lose them.
+    if (!existed && !s.r.save()) return static_cast<LONG>(ERROR_GEN_FAILURE);
     if (disposition)
         *disposition = existed ? 2 /*REG_OPENED_EXISTING_KEY*/ : 1 /*REG_CREATED_NEW_KEY*/;
     *result = addHandle(std::make_shared<RegKey>(key.name));
@@ -337,7 +360,7 @@ LONG RegSetValueExW(HKEY hkey, const wchar_t* name, DWORD type, const BYTE* data
     v.bytes.assign(data, data + size);
     if (type == REG_SZ) v.bytes = wideBytes(bytesWide(v.bytes));  // always NUL-terminated
     key.values[lowered(v.name)] = std::move(v);
-    return ERROR_SUCCESS;
+    return s.r.save() ? ERROR_SUCCESS : static_cast<LONG>(ERROR_GEN_FAILURE);
 }
 
 LONG RegFlushKey(HKEY hkey) {
@@ -360,6 +383,7 @@ void reloadRegistry() {
     std::lock_guard<std::recursive_mutex> lock(r.mutex);
     r.loaded = false;
     r.keys.clear();
+    r.seen.reset();
 }
 
 bool regReadDword(const std::wstring& key, const std::wstring& name, DWORD* out) {

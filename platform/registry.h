@@ -9,7 +9,9 @@
 //   [HKEY_LOCAL_MACHINE\Platform]
 //   "Name"="Kestrix Platform"
 // Key and value names match case-insensitively. The file is read when first
-// needed; RegFlushKey writes it back atomically (temporary file, then rename).
+// needed and again whenever it changed since (an operator may edit it while
+// the unit runs); every write goes to the file at once, atomically (temporary
+// file, then rename), and RegFlushKey writes it again.
 // A malformed file is reported (debug output and the failing call's error)
 // and never rewritten.
 #include <string>

@@ -139,19 +139,49 @@ UsbCtlr* TovelCtlr::findFreeCtlr() {
     return nullptr;
 }
 
+namespace {
+
+// Why a port could not be bound or listened on, as an operator would say it.
+const wchar_t* listenFailureReason(int error) {
+    switch (static_cast<DWORD>(error)) {
+        case WSAEADDRINUSE:
+            return L"address in use";
+        case WSAEACCES:
+            return L"permission denied";
+        case WSAEADDRNOTAVAIL:
+            return L"address not available";
+        default:
+            return L"socket error";
+    }
+}
+
+// The fixed texts name no port; the operator also learns which one and why.
+void reportListenFailure(std::uint16_t port, int error) {
+    debugMessage(
+        host::wformat(L"TovelCtlr::createListenerSocket port %u (host port %u): %s (error %d)\n",
+                      static_cast<unsigned>(port), static_cast<unsigned>(host::mappedPort(port)),
+                      listenFailureReason(error), error));
+}
+
+}  // namespace
+
 void TovelCtlr::createListenerSocket() {
     debugMessage(L"Creating 'theEar' to listen for connections.\n");
     m_theEar = std::make_unique<StreamSocket>();
     // A configured number above 65535 keeps its low 16 bits, as a port field would.
     const auto port = static_cast<std::uint16_t>(getListenPort());
     if (!m_theEar->create(port)) {
+        const int error = host::WSAGetLastError();
         statusMessage(L"TovelCtlr::createListenerSocket Error creating listening socket!\n");
+        reportListenFailure(port, error);
         LogError(logNetworkStatus());
         host::Sleep(kListenerErrorPauseMs);
         host::ExitProcess(-2);
     }
     if (!m_theEar->listen(kListenBacklog)) {
+        const int error = host::WSAGetLastError();
         statusMessage(L"TovelCtlr::createListenerSocket Error listening on socket!\n");
+        reportListenFailure(port, error);
         LogError(logNetworkStatus());
         host::Sleep(kListenerErrorPauseMs);
         host::ExitProcess(-3);

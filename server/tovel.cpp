@@ -1,5 +1,6 @@
 #include "server/tovel.h"
 
+#include <algorithm>
 #include <cstring>
 #include <exception>
 #include <latch>
@@ -132,6 +133,11 @@ void Tovel::threadEnd() {
     closeCofFile();
     if (RequestTrace* trace = requestTrace())
         trace->sessionEnded(traced_.session, traced_.serial, endReason());
+    // A session that ends itself (full buffer, lost framing, unexpected error)
+    // must not leave its client waiting until the next purge: the client sees
+    // the end at once, and the handle is still released by the destructor.
+    if (host::SOCKET s = socket_.load(); s != host::INVALID_SOCKET)
+        host::shutdown(s, host::SD_BOTH);
     if (HANDLE h = thread_.exchange(NULL_HANDLE); h != NULL_HANDLE) host::CloseHandle(h);
 }
 
@@ -313,16 +319,14 @@ void Tovel::atomicGet(int bufferIndex) {
     state_ = 13;
     const std::uint32_t size = le32(recvBuffer_ + 4);
     const std::uint32_t replyLength = le32(recvBuffer_ + 12);
-    dspStatus status = dspUsbCommFailed;
-    std::uint32_t sentLength = 0;
-    // A reply length the link would refuse never reaches the board: it could
-    // not fit the reply record; the refusal is answered with no data.
-    if (replyLength <= kMaxPayload) {
-        int wanted = static_cast<int>(replyLength);
-        status = ctlr_->atomicGet(recvBuffer_[1], recvBuffer_ + kLongHeader, static_cast<int>(size),
-                                  recvBuffer_[8], boardData_, &wanted);
-        sentLength = replyLength;
-    }
+    // The command always reaches the board; a reply length the link refuses
+    // (above 8180) is refused at the reply read, with status 12, and cannot
+    // fit the reply record, so that refusal is answered with no data.
+    int wanted = static_cast<int>(std::min<std::uint32_t>(replyLength, 0x7FFFFFFF));
+    const dspStatus status =
+        ctlr_->atomicGet(recvBuffer_[1], recvBuffer_ + kLongHeader, static_cast<int>(size),
+                         recvBuffer_[8], boardData_, &wanted);
+    const std::uint32_t sentLength = replyLength <= kMaxPayload ? replyLength : 0;
     state_ = 14;
     checkSend(sendReply(static_cast<std::uint32_t>(status), sentLength, boardData_),
               8 + static_cast<int>(sentLength), L"Rem_AtomicGet");

@@ -3,11 +3,14 @@
 #include <fcntl.h>
 #include <linux/watchdog.h>
 #include <sys/ioctl.h>
+#include <sys/stat.h>
+#include <sys/sysmacros.h>
 #include <unistd.h>
 
 #include <algorithm>
 #include <cerrno>
 #include <cstring>
+#include <filesystem>
 #include <mutex>
 
 #include "platform/debug_out.h"
@@ -31,12 +34,37 @@ void report(const std::string& path, const char* what) {
                        std::strerror(error));
 }
 
+// A watchdog is the misc device 10:130 ("/dev/watchdog") or a character
+// device of the watchdog class ("/dev/watchdog0"). Asked of the device
+// numbers, not by opening it: opening a watchdog starts its countdown.
+std::string notAWatchdog(const std::string& path) {
+    struct stat st {};
+    if (::stat(path.c_str(), &st) != 0) return std::strerror(errno);
+    if (!S_ISCHR(st.st_mode)) return "not a watchdog device (not a character device)";
+    const unsigned major = ::major(st.st_rdev), minor = ::minor(st.st_rdev);
+    if (major == 10 && minor == 130) return {};
+    std::error_code ec;
+    const auto subsystem = std::filesystem::read_symlink(
+        "/sys/dev/char/" + std::to_string(major) + ":" + std::to_string(minor) + "/subsystem", ec);
+    if (!ec && subsystem.filename() == "watchdog") return {};
+    return "not a watchdog device (character device " + std::to_string(major) + ":" +
+           std::to_string(minor) + ")";
+}
+
 }  // namespace
 
-bool useLinuxWatchdogDevice(const std::string& path) {
+bool useLinuxWatchdogDevice(const std::string& path, std::string* error, bool requireWatchdog) {
     if (!path.empty() && ::access(path.c_str(), W_OK) != 0) {
+        if (error) *error = "cannot write " + path + ": " + std::strerror(errno);
         report(path, "access");
         return false;
+    }
+    if (!path.empty() && requireWatchdog) {
+        if (const std::string why = notAWatchdog(path); !why.empty()) {
+            if (error) *error = path + " is " + why;
+            host::NKDbgPrintfW(L"SIM: watchdog device %S refused: %S\n", path.c_str(), why.c_str());
+            return false;
+        }
     }
     std::lock_guard<std::mutex> lock(choice().mutex);
     choice().path = path;

@@ -9,10 +9,14 @@
 
 namespace sim {
 
-// Chooses the device that the vendor library's entries drive from the next
-// start on (an empty path turns it off). False, with the choice unchanged,
-// when the path cannot be written.
-bool useLinuxWatchdogDevice(const std::string& path);
+// Chooses the device that the armed simulated watchdog (the vendor library
+// or the OS timer block) drives from the next start on (an empty path turns
+// it off). False, with the choice unchanged and the reason on the debug
+// output and in `error`, when the path cannot be written or is not a
+// watchdog device (a plain file, say). Tests that want a device whose
+// requests fail pass `requireWatchdog` false.
+bool useLinuxWatchdogDevice(const std::string& path, std::string* error = nullptr,
+                            bool requireWatchdog = true);
 std::string linuxWatchdogDevicePath();
 
 class LinuxWatchdogDevice {

@@ -5,6 +5,7 @@
 #include "platform/clock.h"
 #include "platform/debug_out.h"
 #include "platform/physmem.h"
+#include "sim/watchdog_linux_device.h"
 
 namespace sim {
 namespace {
@@ -31,6 +32,7 @@ OsTimerBlock::OsTimerBlock(DWORD startCount, bool monitor)
 
 OsTimerBlock::~OsTimerBlock() {
     monitor_.reset();
+    device_.reset();
     if (words_.empty()) return;
     current.store(nullptr);
     host::unregisterPhysicalRegion(kPhysicalBase);
@@ -69,17 +71,34 @@ bool OsTimerBlock::update() {
     // The system computes a new match from the counter it read, which is
     // the value published before this refresh.
     const DWORD match = read(OSMR3);
-    if (match != seenMatch_) {
+    const bool serviced = match != seenMatch_;
+    if (serviced) {
         seenMatch_ = match;
         serviceCount_ = previous;
     }
+    const bool wasEnabled = enabled_;
     if (read(OWER) & 1) enabled_ = true;
+    if (enabled_ && (serviced || !wasEnabled)) driveLinuxDevice();
     // The counter passed every value in (previous, published]; it passes a
     // match once per turn of its 32 bits.
     const std::uint64_t advanced = after - before;
     const DWORD distance = match - previous;
     if (enabled_ && distance != 0 && distance <= advanced) expired_ = true;
     return expired_;
+}
+
+void OsTimerBlock::driveLinuxDevice() {
+    if (!deviceOpened_) {
+        deviceOpened_ = true;
+        device_ = LinuxWatchdogDevice::openChosen();
+    }
+    if (!device_) return;
+    const DWORD interval = ticksToMs(seenMatch_ - serviceCount_);
+    if (interval != deviceIntervalMs_) {
+        deviceIntervalMs_ = interval;
+        device_->setTimeout(interval);
+    }
+    device_->keepAlive();
 }
 
 WatchdogCheck OsTimerBlock::check() {

@@ -14,6 +14,7 @@
 // counter on the board is always current. The status register OSSR is not
 // modelled (its write-one-to-clear bits cannot be seen in plain memory).
 #include <cstdint>
+#include <memory>
 #include <mutex>
 #include <span>
 
@@ -22,6 +23,11 @@
 
 namespace sim {
 
+class LinuxWatchdogDevice;
+
+// With useLinuxWatchdogDevice() the armed block also drives a real Linux
+// watchdog device: opened when the watchdog is enabled, its time-out the
+// interval the system set, kept alive at each service.
 class OsTimerBlock {
   public:
     static constexpr DWORD kPhysicalBase = 0x40A00000;
@@ -66,6 +72,8 @@ class OsTimerBlock {
     static DWORD ticksToMs(std::uint64_t ticks) { return static_cast<DWORD>(ticks * 1000 / kHz); }
     // Publishes the counter; true when the watchdog has expired.
     bool update();
+    // Follows an enable or a service on the Linux device, if one is chosen.
+    void driveLinuxDevice();
     WatchdogCheck check();
 
     std::span<std::uint32_t> words_;
@@ -78,6 +86,9 @@ class OsTimerBlock {
     bool expired_ = false;    // the counter reached OSMR3 while enabled
     DWORD seenMatch_ = 0;     // OSMR3 as last seen
     DWORD serviceCount_ = 0;  // the counter value the last OSMR3 was computed from
+    std::unique_ptr<LinuxWatchdogDevice> device_;
+    bool deviceOpened_ = false;  // tried once, as the watchdog is enabled once
+    DWORD deviceIntervalMs_ = 0;
     std::unique_ptr<WatchdogMonitor> monitor_;
 };
 

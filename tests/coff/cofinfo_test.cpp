@@ -105,28 +105,58 @@ TEST(Cofinfo, ListsTheSectionsOfEveryRealFile) {
     }
 }
 
-TEST(Cofinfo, CorruptFileGetsTheReadersMessageAndItsCode) {
+TEST(Cofinfo, RefusalsExitOneWithTheReadersResultAndTheReason) {
     TempUnitRoot root;
     coffkit::CoffImageSpec spec;
     spec.sections = {coffkit::dataSection(".text", 0, coff::STYP_TEXT, {1, 2, 3})};
     spec.sections[0].sizeField = 0x7FFFFFFF;
-    root.writeFile(L"\\bad.cof", [&] {
-        const auto b = coffkit::buildCoffImage(spec);
-        return std::string(b.begin(), b.end());
-    }());
+    const auto image = coffkit::buildCoffImage(spec);
+    root.writeFile(L"\\bad.cof", std::string(image.begin(), image.end()));
     const std::string bad = root.hostPath(L"\\bad.cof");
     RunResult r = run(root, "cofinfo", quoted(bad));
-    EXPECT_EQ(r.exitCode, kCoffSectionUnreadable);
+    EXPECT_EQ(r.exitCode, 1);
     EXPECT_NE(r.output.find("CommPolicy_USB: failure to read section .text!"), std::string::npos)
         << r.output;
     EXPECT_NE(r.output.find("Verdict: not loadable (reader result 148)"), std::string::npos);
+    // The reader's line names no pointer; the reason does.
+    EXPECT_NE(r.output.find("Reason: section .text at raw-data pointer 0x"), std::string::npos)
+        << r.output;
+
+    r = run(root, "cofinfo", "--json " + quoted(bad));
+    EXPECT_EQ(r.exitCode, 1);
+    const minijson::Value json = minijson::parse(r.output);
+    EXPECT_FALSE(json["loadable"].boolean());
+    EXPECT_EQ(json["readerResult"].integer(), kCoffSectionUnreadable);
+    EXPECT_NE(json["reason"].string().find("section .text"), std::string::npos);
+    EXPECT_EQ(json["sections"].array().size(), 1u);
 
     r = run(root, "cofinfo", quoted(root.path() + "/missing.cof"));
-    EXPECT_EQ(r.exitCode, kCoffOpenFailed);
+    EXPECT_EQ(r.exitCode, 1);
     EXPECT_NE(
         r.output.find("SW Error #550937: Unable to open COF file " + root.path() + "/missing.cof!"),
         std::string::npos)
         << r.output;
+    EXPECT_NE(r.output.find("reader result 141"), std::string::npos) << r.output;
+}
+
+TEST(Cofinfo, FilesTheReaderCannotTakeAreRefusedBeforeReading) {
+    TempUnitRoot root;
+    const std::string fifo = root.path() + "/image.fifo";
+    ASSERT_EQ(std::system(("mkfifo " + quoted(fifo)).c_str()), 0);
+    const std::string large = root.path() + "/large.cof";
+    std::filesystem::resize_file((std::ofstream(large), large),
+                                 0x80000000ull);  // sparse: no disk is used
+    const struct {
+        std::string path, reason;
+    } cases[] = {{fifo, "is a FIFO, not a regular file"},
+                 {root.path(), "is a directory, not a regular file"},
+                 {large, "is too large for the reader: 2147483648 bytes"}};
+    for (const auto& c : cases) {
+        RunResult r = run(root, "cofinfo", quoted(c.path));  // a FIFO would block the reader
+        EXPECT_EQ(r.exitCode, 1) << c.path;
+        EXPECT_NE(r.output.find("Reason: " + c.path + " " + c.reason), std::string::npos)
+            << r.output;
+    }
 }
 
 TEST(Mkcof, WritesAnImageCofinfoReadsBack) {

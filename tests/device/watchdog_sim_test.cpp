@@ -81,7 +81,8 @@ TEST_F(SimulatedKtxUnit, TimeOutsAboveTheChipLimitAreCut) {
 }
 
 TEST_F(SimulatedKtxUnit, LinuxDeviceFailuresAreReportedAndTheSimulationGoesOn) {
-    ASSERT_TRUE(sim::useLinuxWatchdogDevice("/dev/null"));  // not a watchdog: its requests fail
+    // Not a watchdog: its requests fail.
+    ASSERT_TRUE(sim::useLinuxWatchdogDevice("/dev/null", nullptr, /*requireWatchdog=*/false));
     VendorWatchdogLibrary library;
     WatchDog* dog = WatchDog::Singleton();
     dog->service();
@@ -92,9 +93,21 @@ TEST_F(SimulatedKtxUnit, LinuxDeviceFailuresAreReportedAndTheSimulationGoesOn) {
     EXPECT_EQ(resetCode(), sim::kWatchdogResetExitCode);
 }
 
-TEST_F(SimulatedKtxUnit, UnwritableLinuxDeviceIsRefused) {
-    EXPECT_FALSE(sim::useLinuxWatchdogDevice("/nonexistent/watchdog"));
-    EXPECT_EQ(sim::linuxWatchdogDevicePath(), "");
+TEST_F(SimulatedKtxUnit, UnwritableOrNonWatchdogDevicesAreRefusedWithTheReason) {
+    testing_support::TempUnitRoot root;
+    root.writeFile(L"plain", "not a device");
+    const struct {
+        std::string path;
+        std::string reason;
+    } cases[] = {{"/nonexistent/watchdog", "cannot write /nonexistent/watchdog"},
+                 {root.path() + "/plain", "not a watchdog device (not a character device)"},
+                 {"/dev/null", "not a watchdog device (character device 1:3)"}};
+    for (const auto& c : cases) {
+        std::string error;
+        EXPECT_FALSE(sim::useLinuxWatchdogDevice(c.path, &error)) << c.path;
+        EXPECT_NE(error.find(c.reason), std::string::npos) << error;
+        EXPECT_EQ(sim::linuxWatchdogDevicePath(), "");
+    }
 }
 
 // --- the simulated timer block ----------------------------------------------
@@ -154,6 +167,21 @@ TEST_F(SimulatedVbqUnit, TriggerResetsTheUnitWithinAMillisecond) {
     time_->advance(1);
     timer.refresh();  // the counter on the board is always current
     EXPECT_EQ(resetCode(), sim::kWatchdogResetExitCode);
+}
+
+TEST_F(SimulatedVbqUnit, TimerPathDrivesTheLinuxDeviceToo) {
+    ASSERT_TRUE(sim::useLinuxWatchdogDevice("/dev/null", nullptr, /*requireWatchdog=*/false));
+    OsTimerBlock timer(0, false);
+    WatchDog* dog = WatchDog::Singleton();
+    timer.refresh();
+    EXPECT_TRUE(debug_.contains(L"SIM: watchdog device /dev/null started"));
+    EXPECT_TRUE(debug_.contains(L"/dev/null: WDIOC_SETTIMEOUT failed"));
+    time_->advance(60000);
+    timer.refresh();
+    dog->service();
+    timer.refresh();
+    ASSERT_TRUE(sim::useLinuxWatchdogDevice(""));
+    EXPECT_TRUE(debug_.contains(L"/dev/null: WDIOC_KEEPALIVE failed"));
 }
 
 TEST_F(SimulatedVbqUnit, MatchWithoutTheWatchdogEnableDoesNotReset) {

@@ -4,12 +4,15 @@
 
 #include <chrono>
 #include <filesystem>
+#include <fstream>
+#include <iterator>
 #include <string>
 #include <thread>
 #include <utility>
 #include <vector>
 
 #include "tests/e2e/tovel_program.h"
+#include "tests/support/waiting.h"
 
 namespace fs = std::filesystem;
 using namespace std::chrono_literals;
@@ -84,6 +87,10 @@ TEST_F(TovelProgram, WithoutBoardsAClientIsAcceptedAndDropped) {
     EXPECT_EQ(client->receiveUntilClosed(), "");
     EXPECT_TRUE(logEventually(L"NULL UsbCtlr on Accept!!; dropping connection!"));
     EXPECT_EQ(logCount(L"No Boards found!!!"), 1);
+    // Its own lines reach a file as they happen, not when the program ends.
+    const std::string shown = outputText();
+    EXPECT_NE(shown.find("tovel: created "), std::string::npos) << shown;
+    EXPECT_NE(shown.find("No Boards found!!!\n"), std::string::npos) << shown;
     stopAndExpectCleanExit();
 }
 
@@ -118,11 +125,50 @@ TEST_F(TovelProgram, RebootIsAnsweredThenTheResetHelperRunsAndTheProcessExits22)
     EXPECT_EQ(logCount(L"Restart Requested: Exiting TovelCtlr thread via reboot"), 1);
 }
 
+TEST_F(TovelProgram, CommandLineControlReachesThePlatformLibrary) {
+    const std::string debugLog = root.path() + "/debug.txt";
+    start({"--boards", "t1", "--debug-log", debugLog});
+    auto client = connectWhenListening(remotePort);
+    ASSERT_TRUE(client->connected()) << outputText();
+    const std::string cmdLineControl = std::string("\x05\x07", 2) + std::string(14, '\0');
+    EXPECT_EQ(client->ask(cmdLineControl, 8), kRebootReply);  // status 4, no data
+    const auto readLog = [&] {
+        std::ifstream in(debugLog);
+        return std::string(std::istreambuf_iterator<char>(in), {});
+    };
+    EXPECT_TRUE(testing_support::eventually([&] {
+        return readLog().find("RapiUtil!ControlViaCmdLine(0, 0, 0, 0, 0)") != std::string::npos;
+    })) << readLog();
+}
+
+TEST_F(TovelProgram, SecondUnitOnAHeldRootIsRefusedNamingTheRootAndTheHolder) {
+    start({"--boards", "t1"});
+    auto client = connectWhenListening(remotePort);
+    ASSERT_TRUE(client->connected()) << outputText();
+    // The second program writes to a file of its own: the first one still
+    // writes to the fixture's.
+    const std::string refusalFile = root.path() + "/second.out";
+    host::ChildProcess second(std::string(TOVEL_BUILD_DIR) + "/tovel",
+                              {"--root", root.path(), "--headless", "--boards", "t1"}, refusalFile);
+    EXPECT_EQ(second.waitForExit(5s), 3);
+    std::ifstream in(refusalFile);
+    const std::string refusal{std::istreambuf_iterator<char>(in), {}};
+    EXPECT_NE(refusal.find("the unit root " + root.path() + " is in use by process "),
+              std::string::npos)
+        << refusal;
+    EXPECT_TRUE(fs::exists(root.path() + "/sim.sock"));  // the running unit's channel stays
+    // The running unit still serves its client.
+    EXPECT_EQ(client->ask(kVersionRequest, 12), kVersionReply);
+    stopAndExpectCleanExit();
+}
+
 TEST_F(TovelProgram, BadArgumentsAreRefusedBeforeAnythingStarts) {
     const std::vector<std::pair<std::vector<std::string>, std::string>> cases = {
         {{"--boards", "t1,xyz"}, "unknown board kind \"xyz\""},
         {{"--hw-watchdog=" + root.path() + "/no/such/watchdog"}, "--hw-watchdog: cannot write"},
+        {{"--hw-watchdog=" + root.path() + "/plain"}, "is not a watchdog device"},
     };
+    root.writeFile(L"plain", "a plain file");
     for (const auto& [args, message] : cases) {
         start(args);
         EXPECT_EQ(tovel->waitForExit(5s), 2);

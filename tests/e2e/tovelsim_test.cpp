@@ -140,3 +140,48 @@ TEST_F(TovelSim, BadCommandsAreAnsweredWithErrorsAndTheUnitRunsOn) {
 }
 
 }  // namespace
+
+namespace {
+
+// How many slots of `tovelsim boards` show `version`.
+int slotsWithVersion(const std::string& boards, const std::string& version) {
+    int n = 0;
+    for (std::size_t at = boards.find(" version=" + version + " "); at != std::string::npos;
+         at = boards.find(" version=" + version + " ", at + 1))
+        ++n;
+    return n;
+}
+
+std::string versionOfKind(const std::string& boards, const std::string& kind) {
+    const std::size_t line = boards.find(" kind=" + kind + " ");
+    const std::size_t at = boards.find(" version=", line);
+    if (line == std::string::npos || at == std::string::npos) return {};
+    return boards.substr(at + 9, boards.find(' ', at + 9) - at - 9);
+}
+
+}  // namespace
+
+// The README's download-and-boot on a four-board unit: one tovelctl run, one
+// connection, so the board that boots is the one whose kind got the image.
+TEST_F(TovelSim, OneTovelctlRunDownloadsAnImageAndBootsTheBoardThatGotIt) {
+    start({"--boards", "t1,rf,ip,pots"});
+    ASSERT_TRUE(connectWhenListening(remotePort)->connected()) << outputText();
+    const std::string before = sim({"boards"}).text;
+    const std::string rfVersion = versionOfKind(before, "rf");
+    ASSERT_FALSE(rfVersion.empty()) << before;
+    ASSERT_EQ(slotsWithVersion(before, rfVersion), 1) << before;
+
+    const std::string out = root.path() + "/tovelctl.out";
+    host::ChildProcess run(
+        std::string(TOVEL_BUILD_DIR) + "/tovelctl",
+        {"--port", std::to_string(remotePort), "--connect-timeout", "20000", "cof-download",
+         root.hostPath(L"\\Program Files\\Orvane Instruments\\480\\rf.cof"), "then", "boot"},
+        out);
+    ASSERT_EQ(run.waitForExit(30s), 0);
+    std::stringstream shown;
+    shown << std::ifstream(out).rdbuf();
+    EXPECT_NE(shown.str().find("status: 4 "), std::string::npos) << shown.str();
+    // One other board now runs the rf program: the one whose kind's file got it.
+    const std::string after = sim({"boards"}).text;
+    EXPECT_EQ(slotsWithVersion(after, rfVersion), 2) << after;
+}

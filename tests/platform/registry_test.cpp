@@ -1,5 +1,7 @@
 #include <gtest/gtest.h>
 
+#include <algorithm>
+
 #include "platform/registry.h"
 #include "tests/support/test_support.h"
 
@@ -70,4 +72,34 @@ TEST(Registry, MalformedFileIsReportedAndNeverRewritten) {
     EXPECT_NE(RegFlushKey(HKEY_LOCAL_MACHINE), 0);
     EXPECT_TRUE(debug.contains(L"malformed at line 3"));
     EXPECT_EQ(root.readFile(L"\\registry.reg"), broken);
+}
+
+TEST(Registry, EditsOfTheFileAreSeenAndAMalformedEditIsReportedOnce) {
+    testing_support::TempUnitRoot root;
+    testing_support::DebugCapture debug;
+    root.writeFile(L"\\registry.reg", kUnitRegistry);
+    DWORD port = 0;
+    ASSERT_TRUE(regReadDword(L"COMM\\Firewall\\Rules\\InboundTovel", L"Port", &port));
+    // Same size, same instant: only the bytes tell the edit apart.
+    std::string edited = kUnitRegistry;
+    edited.replace(edited.find("0d75"), 4, "0d76");
+    root.writeFile(L"\\registry.reg", edited);
+    ASSERT_TRUE(regReadDword(L"COMM\\Firewall\\Rules\\InboundTovel", L"Port", &port));
+    EXPECT_EQ(port, 3446u);
+
+    const std::string broken = "REGEDIT4\r\n[HKEY_LOCAL_MACHINE\\Platform]\r\n\"Name\"=bogus\r\n";
+    root.writeFile(L"\\registry.reg", broken);
+    EXPECT_FALSE(regReadDword(L"COMM\\Firewall\\Rules\\InboundTovel", L"Port", &port));
+    EXPECT_FALSE(regReadDword(L"COMM\\Firewall\\Rules\\InboundTovel", L"Port", &port));
+    const auto texts = debug.texts();
+    EXPECT_EQ(std::count_if(texts.begin(), texts.end(),
+                            [](const std::wstring& t) {
+                                return t.find(L"malformed at line 3") != std::wstring::npos;
+                            }),
+              1);
+    EXPECT_EQ(root.readFile(L"\\registry.reg"), broken);
+
+    root.writeFile(L"\\registry.reg", kUnitRegistry);
+    EXPECT_TRUE(regReadDword(L"COMM\\Firewall\\Rules\\InboundTovel", L"Port", &port));
+    EXPECT_EQ(port, 3445u);
 }

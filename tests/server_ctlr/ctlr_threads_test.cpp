@@ -9,6 +9,7 @@
 #include "platform/clock.h"
 #include "platform/socket.h"
 #include "platform/sync.h"
+#include "platform/text.h"
 #include "server/stream_socket.h"
 #include "server/tovel_ctlr.h"
 #include "sim/dsp_bus.h"
@@ -192,6 +193,11 @@ TEST_F(CtlrThreads, ListenerThatCannotBindEndsTheProcessWithMinus2AfterThreeSeco
     EXPECT_EQ(exits.tick(), 3000u);
     EXPECT_TRUE(
         debug.contains(L"TovelCtlr::createListenerSocket Error creating listening socket!\n"));
+    // Which port, and why.
+    EXPECT_TRUE(
+        debug.contains(host::wformat(L"port 3445 (host port %u): address in use (error 10048)",
+                                     static_cast<unsigned>(host::localPort(occupant.handle())))))
+        << debug.all();
     EXPECT_TRUE(testing_support::logContains(L"Network Status"));
 }
 

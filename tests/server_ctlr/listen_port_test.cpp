@@ -35,6 +35,11 @@ TEST_F(ListenPort, ConfiguredPortIsUsedQuietlyAndReadAfreshEachTime) {
     host::RegSetValueExW(key, L"Port", host::REG_DWORD, reinterpret_cast<const BYTE*>(&changed), 4);
     host::RegCloseKey(key);
     EXPECT_EQ(ctlr->getListenPort(), 5001u);
+    // The unit's write is in the file at once; an operator's edit of the file
+    // while the unit runs is seen by the next read.
+    EXPECT_NE(root.readFile(L"registry.reg").find("dword:00001389"), std::string::npos);
+    root.writeFile(L"registry.reg", "REGEDIT4\n\n" + kPortKeyLine + "\"Port\"=dword:00001770\n");
+    EXPECT_EQ(ctlr->getListenPort(), 6000u);
     EXPECT_FALSE(debug.contains(L"Error"));
     EXPECT_EQ(clock->totalSlept(), 0u);
 }

@@ -88,9 +88,18 @@ TEST_F(SessionTest, RefusedAtomicGetLengthAnswersTwelveWithoutData) {
     Bytes reply = receive(8);
     EXPECT_EQ(le32(reply, 0), 12u);
     EXPECT_EQ(le32(reply, 4), 0u);
-    EXPECT_EQ(boards[0]->commandCount(kEcho), 0u);
+    // The command reached the board; its reply read was refused.
+    EXPECT_EQ(boards[0]->commandCount(kEcho), 1u);
+    EXPECT_TRUE(testing_support::logContains(L"primitiveGetData size wrong, 8185"));
     send(kVersionRequest);
     EXPECT_EQ(receive(12), kVersionReply);
+    // A board being removed answers 11 to it too.
+    bus->detach(1);
+    UsbCtlr::EnumDevices(false, true, false);
+    send(longForm(3, kEcho, {1}, kEcho, 8181));
+    reply = receive(8);
+    EXPECT_EQ(le32(reply, 0), 11u);
+    EXPECT_EQ(le32(reply, 4), 0u);
 }
 
 TEST_F(SessionTest, UnknownOpcodeStallsTheConnectionForGood) {
@@ -169,4 +178,14 @@ TEST_F(SessionTest, HungDspAnswersThirteenOnceTheHandshakeHasTimedOut) {
     ASSERT_EQ(reply.size(), 12u);
     EXPECT_EQ(le32(reply, 0), 0u);
     EXPECT_EQ(Bytes(reply.begin() + 8, reply.end()), (Bytes{1, 2, 3, 4}));
+}
+
+TEST_F(SessionTest, FullBufferEndsTheConnectionAtOnceWhileTheSessionIsHeld) {
+    startSession();
+    // A long-form request larger than the receive buffer can never complete.
+    send(longForm(5, 2, Bytes(Tovel::kRecvBufferSize, 0xAB)));
+    char byte;
+    // The client sees the end (not a time-out) although nobody purged the session.
+    EXPECT_EQ(host::recv(client, &byte, 1, 0), 0);
+    EXPECT_TRUE(waitUntilDone());
 }

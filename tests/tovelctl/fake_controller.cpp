@@ -6,9 +6,9 @@
 
 using namespace remproto;
 
-FakeController::FakeController() {
+FakeController::FakeController(std::uint16_t port) {
     listener_ = host::socket(host::AF_INET, host::SOCK_STREAM, 0);
-    host::SOCKADDR_IN sa = host::makeSockaddr(host::INADDR_LOOPBACK, 0);
+    host::SOCKADDR_IN sa = host::makeSockaddr(host::INADDR_LOOPBACK, port);
     host::bind(listener_, reinterpret_cast<host::SOCKADDR*>(&sa), sizeof sa);
     host::listen(listener_, 4);
     port_ = host::localPort(listener_);
@@ -37,6 +37,7 @@ void FakeController::run() {
     while (!stopping_) {
         host::SOCKET client = host::accept(listener_, nullptr, nullptr);
         if (client == host::INVALID_SOCKET) return;
+        ++connections_;
         client_ = client;
         if (!stopping_) serve(client);
         if (client_.exchange(host::INVALID_SOCKET) != host::INVALID_SOCKET)

@@ -18,13 +18,16 @@
 
 class FakeController {
   public:
-    FakeController();
+    // Listens on `port` (0: any free one).
+    explicit FakeController(std::uint16_t port = 0);
     ~FakeController();
     FakeController(const FakeController&) = delete;
     FakeController& operator=(const FakeController&) = delete;
 
     std::uint16_t port() const { return port_; }
 
+    // Connections accepted so far.
+    int connections() const { return connections_.load(); }
     // Every complete request received so far, in order.
     std::vector<std::vector<std::uint8_t>> requests() const;
     // The bytes of the COF download (COF start empties it).
@@ -47,6 +50,7 @@ class FakeController {
     std::atomic<bool> stopping_{false};
     std::atomic<host::SOCKET> client_{host::INVALID_SOCKET};
     std::atomic<int> closeAt_{0};
+    std::atomic<int> connections_{0};
     std::atomic<bool> bogusLength_{false};
     std::atomic<bool> quiet_{false};
     mutable std::mutex mutex_;

@@ -8,6 +8,7 @@
 #include <numeric>
 #include <sstream>
 #include <string>
+#include <thread>
 #include <vector>
 
 #include "platform/child_process.h"
@@ -55,7 +56,8 @@ TEST(Tovelctl, HelpListsEveryCommand) {
     EXPECT_EQ(run.exitCode, 0);
     for (const char* command :
          {"version", "boards", "status", "boot", "reboot", "cmdline", "cof-download", "atomic-send",
-          "atomic-get", "prim-send", "prim-get", "--json", "--host", "--port"})
+          "atomic-get", "prim-send", "prim-get", "--json", "--host", "--port", "--connect-timeout",
+          "then"})
         EXPECT_NE(run.output.find(command), std::string::npos) << command;
 }
 
@@ -158,7 +160,7 @@ TEST(Tovelctl, RefusedConnectionIsOneLineAndAFailure) {
         FakeController gone;
         port = gone.port();
     }
-    Result run = tovelctl("--port " + std::to_string(port) + " version");
+    Result run = tovelctl("--port " + std::to_string(port) + " --connect-timeout 100 version");
     EXPECT_EQ(run.exitCode, 2);
     EXPECT_EQ(lineCount(run.output), 1) << run.output;
     EXPECT_NE(run.output.find("10061"), std::string::npos) << run.output;
@@ -173,13 +175,52 @@ TEST(Tovelctl, ClosedConnectionIsOneLineAndAFailure) {
     EXPECT_NE(run.output.find("closed"), std::string::npos) << run.output;
 }
 
-TEST(Tovelctl, BadArgumentsCostNoConnection) {
+TEST(Tovelctl, RefusedConnectionIsRetriedUntilTheControllerListens) {
+    std::uint16_t port;
+    {
+        FakeController gone;
+        port = gone.port();
+    }
+    host::ChildProcess program(
+        TOVEL_BUILD_DIR "/tovelctl",
+        {"--port", std::to_string(port), "--connect-timeout", "60000", "--json", "version"},
+        "/dev/null");
+    // The controller listens only a while later, as after a client has left.
+    std::this_thread::sleep_for(std::chrono::milliseconds(300));
+    FakeController fake(port);
+    EXPECT_EQ(program.waitForExit(std::chrono::seconds(30)).value_or(-1), 0);
+    EXPECT_EQ(fake.requests().size(), 1u);
+}
+
+TEST(Tovelctl, BadArgumentsExitOneAndCostNoConnection) {
     FakeController fake;
-    EXPECT_EQ(tovelctl(portArg(fake) + "atomic-send 0x21 0a0").exitCode, 1);
-    EXPECT_EQ(tovelctl(portArg(fake) + "atomic-send 256").exitCode, 1);
-    EXPECT_EQ(tovelctl(portArg(fake) + "cof-download /no/such/file").exitCode, 1);
-    EXPECT_NE(tovelctl(portArg(fake) + "no-such-command").exitCode, 0);
-    EXPECT_TRUE(fake.requests().empty());
+    for (const char* args :
+         {"atomic-send 0x21 0a0", "atomic-send 256", "cof-download /no/such/file",
+          "no-such-command", "atomic-get 1 2", "--no-such-option version", "status then",
+          "then status", "status then then version", "status then --json version",
+          "status then atomic-send 256", "--port many version", ""}) {
+        Result run = tovelctl(portArg(fake) + args);
+        EXPECT_EQ(run.exitCode, 1) << args << ": " << run.output;
+        EXPECT_FALSE(run.output.empty()) << args;
+    }
+    EXPECT_EQ(fake.connections(), 0);
+}
+
+TEST(Tovelctl, CommandsJoinedByThenShareOneConnectionAndRepeatTogether) {
+    FakeController fake;
+    Result run = tovelctl(portArg(fake) +
+                          "--json --repeat 2 --interval 0 status then atomic-get 0x7e 0x7e 4 "
+                          "cafe0001 then version");
+    EXPECT_EQ(run.exitCode, 0) << run.output;
+    EXPECT_EQ(fake.connections(), 1);
+    const auto requests = fake.requests();
+    ASSERT_EQ(requests.size(), 6u);
+    for (std::size_t round : {0u, 3u}) {
+        EXPECT_EQ(requests[round][0], 2);      // Rem_GetStatus
+        EXPECT_EQ(requests[round + 1][0], 3);  // Rem_AtomicGet
+        EXPECT_EQ(requests[round + 2][1], 6);  // RemCtl_Version
+    }
+    EXPECT_EQ(lineCount(run.output), 6) << run.output;
 }
 
 TEST(Tovelctl, RepeatAsksAgainOnTheSameConnectionUntilItEnds) {

@@ -1,19 +1,23 @@
 // cofinfo: shows a TI C6000 COFF image the way the DSP link sees it: the file
 // header, every section header, what the boot loader would send, and whether
-// the link's reader accepts the file. The exit status is the reader's result
-// (0 loadable, 141-150 refused; see dsplink/coff_reader.h).
+// the link's reader accepts the file, and why not. Exit status: 0 loadable,
+// 1 not loadable (the reader's result 141-150 is printed, never the exit
+// status: above 125 a shell reads "killed by a signal"), 2 bad arguments.
 #include <CLI/CLI.hpp>
 
 #include <cctype>
 #include <cstdio>
 #include <iostream>
+#include <optional>
 #include <string>
+#include <vector>
 
 #include "platform/text.h"
 #include "tools/coffkit/boot_plan.h"
 #include "tools/coffkit/dsp_version.h"
 #include "tools/cofinfo/image_headers.h"
 #include "tools/cofinfo/reader_verdict.h"
+#include "tools/cofinfo/refusal_reason.h"
 
 namespace {
 
@@ -111,36 +115,129 @@ void printBootPlan(const cofinfo::ReaderVerdict& verdict) {
         std::printf("  DSP program version %u.%u\n", version->major, version->minor);
 }
 
+constexpr int kExitLoadable = 0;
+constexpr int kExitNotLoadable = 1;
+constexpr int kExitUsage = 2;
+
+std::string jsonString(const std::string& text) {
+    std::string out = "\"";
+    for (unsigned char c : text) {
+        if (c == '"' || c == '\\') {
+            out += '\\';
+            out += static_cast<char>(c);
+        } else if (c < 0x20) {
+            char escaped[8];
+            std::snprintf(escaped, sizeof escaped, "\\u%04x", c);
+            out += escaped;
+        } else {
+            out += static_cast<char>(c);
+        }
+    }
+    return out + "\"";
+}
+
+// What cofinfo found, for either output.
+struct Findings {
+    std::string file;
+    std::optional<cofinfo::ImageHeaders> image;
+    std::optional<cofinfo::ReaderVerdict> verdict;  // none when refused before reading
+    std::string reason;                             // empty when loadable
+    bool loadable() const { return reason.empty(); }
+};
+
+void printJson(const Findings& f) {
+    std::string out = "{\"file\":" + jsonString(f.file);
+    if (f.image) out += ",\"size\":" + std::to_string(f.image->fileSize);
+    out += ",\"loadable\":" + std::string(f.loadable() ? "true" : "false");
+    if (f.verdict) out += ",\"readerResult\":" + std::to_string(f.verdict->result);
+    if (!f.loadable()) out += ",\"reason\":" + jsonString(f.reason);
+    if (f.verdict) {
+        out += ",\"readerMessages\":[";
+        for (std::size_t i = 0; i < f.verdict->messages.size(); ++i)
+            out += (i ? "," : "") + jsonString(host::narrow(f.verdict->messages[i]));
+        out += "]";
+    }
+    if (f.image && f.image->c6000) {
+        out += ",\"sections\":[";
+        for (std::size_t i = 0; i < f.image->sections.size(); ++i) {
+            const coff::SectionHeader& s = f.image->sections[i];
+            out += std::string(i ? "," : "") + "{\"name\":" + jsonString(recordedName(s)) +
+                   ",\"vma\":" + std::to_string(s.virtualAddress) +
+                   ",\"size\":" + std::to_string(s.size) +
+                   ",\"filePos\":" + std::to_string(s.rawDataPos) +
+                   ",\"flags\":" + std::to_string(s.flags) + "}";
+        }
+        out += "]";
+    }
+    if (f.loadable() && f.verdict) {
+        const std::span<const CoffSection> records(
+            f.verdict->sections.data(), static_cast<std::size_t>(f.verdict->sectionCount));
+        const coffkit::BootPlan plan = coffkit::planBoot(records);
+        out += ",\"boot\":{\"sections\":" + std::to_string(plan.sections) +
+               ",\"bytes\":" + std::to_string(plan.bytes) +
+               ",\"chunks\":" + std::to_string(plan.chunks) + "}";
+    }
+    std::printf("%s}\n", out.c_str());
+}
+
+void printText(const Findings& f) {
+    if (f.image) {
+        std::printf("%s: %llu bytes\n\n", f.file.c_str(),
+                    static_cast<unsigned long long>(f.image->fileSize));
+        printFileHeader(*f.image);
+        if (f.image->c6000) printSections(*f.image);
+    } else if (f.verdict) {
+        std::printf("%s: cannot be opened\n", f.file.c_str());
+    }
+    if (f.loadable()) {
+        printBootPlan(*f.verdict);
+        std::printf("\nVerdict: loadable\n");
+        return;
+    }
+    if (f.verdict) {
+        std::printf("\nReader\n");
+        for (const std::wstring& line : f.verdict->messages)
+            std::printf("  %s\n", host::narrow(line).c_str());
+        std::printf("\nVerdict: not loadable (reader result %d)\n", f.verdict->result);
+    } else {
+        std::printf("\nVerdict: not loadable (not read)\n");
+    }
+    std::printf("Reason: %s\n", f.reason.c_str());
+}
+
 }  // namespace
 
 int main(int argc, char** argv) {
     CLI::App app{
         "Shows a TI C6000 COFF DSP program image the way the DSP link reads it.\n"
-        "Exit status: the link reader's result, 0 loadable, 141-150 refused."};
+        "Exit status: 0 loadable, 1 not loadable (the reader's result and the reason are "
+        "printed), 2 bad arguments."};
     std::string file;
+    bool json = false;
     app.add_option("FILE", file, "COFF image file")->required();
-    CLI11_PARSE(app, argc, argv);
-
-    const std::optional<cofinfo::ImageHeaders> image = cofinfo::readImageHeaders(file);
-    if (image) {
-        std::printf("%s: %llu bytes\n\n", file.c_str(),
-                    static_cast<unsigned long long>(image->fileSize));
-        printFileHeader(*image);
-        if (image->c6000) printSections(*image);
-    } else {
-        std::printf("%s: cannot be opened\n", file.c_str());
+    app.add_flag("--json", json, "print everything as one JSON object");
+    try {
+        app.parse(argc, argv);
+    } catch (const CLI::ParseError& e) {
+        return app.exit(e) == 0 ? 0 : kExitUsage;
     }
 
-    const cofinfo::ReaderVerdict verdict = cofinfo::runReader(file);
-    if (verdict.result == 0) {
-        printBootPlan(verdict);
-        std::printf("\nVerdict: loadable\n");
+    Findings f;
+    f.file = file;
+    if (auto refusal = cofinfo::refuseBeforeReading(file)) {
+        f.reason = *refusal;
+        // Only a regular file's headers are safe to read (a FIFO would block).
+        std::error_code ec;
+        if (std::filesystem::is_regular_file(file, ec)) f.image = cofinfo::readImageHeaders(file);
     } else {
-        std::printf("\nReader\n");
-        for (const std::wstring& line : verdict.messages)
-            std::printf("  %s\n", host::narrow(line).c_str());
-        std::printf("\nVerdict: not loadable (reader result %d)\n", verdict.result);
+        f.image = cofinfo::readImageHeaders(file);
+        f.verdict = cofinfo::runReader(file);
+        if (f.verdict->result != 0) f.reason = cofinfo::readerRefusalReason(f.image, *f.verdict);
     }
+    if (json)
+        printJson(f);
+    else
+        printText(f);
     std::fflush(stdout);
-    return verdict.result;
+    return f.loadable() ? kExitLoadable : kExitNotLoadable;
 }

@@ -5,11 +5,13 @@
 #include <cstdio>
 #include <iostream>
 #include <memory>
+#include <optional>
 #include <string>
 #include <vector>
 
 #include "app/headless_display.h"
 #include "app/headless_tovel_dlg.h"
+#include "app/message_channels.h"
 #include "app/tovel_app.h"
 #include "app/tovel_dlg.h"
 #include "boards/usb_ctlr.h"
@@ -17,6 +19,8 @@
 #include "platform/files.h"
 #include "platform/line_server.h"
 #include "platform/process.h"
+#include "platform/rapi_util.h"
+#include "platform/root_lock.h"
 #include "platform/signals.h"
 #include "platform/socket.h"
 #include "platform/terminal.h"
@@ -37,6 +41,7 @@ namespace {
 
 constexpr int kUsageExitCode = 2;
 constexpr int kSetupExitCode = 1;
+constexpr int kRootInUseExitCode = 3;               // another running unit holds the root
 constexpr const char* kControlSocket = "sim.sock";  // in the unit root, where tovelsim looks
 
 struct Options {
@@ -51,13 +56,17 @@ struct Options {
     unsigned traceMaxMb = 64;
 };
 
+bool useStatusWindow(bool headless) {
+    return !headless && host::stdinIsTerminal() && host::stdoutIsTerminal() &&
+           CTovelDlg::terminalUsable();
+}
+
 // The status display the operator closes to end the program: the status
 // window when the program runs on a terminal, otherwise status lines on
 // stdout. Either way the dialog's own work (CPU/LED and power-fail threads)
 // runs. The window holds the debug output unless it goes to a file.
 std::unique_ptr<StatusWindow> makeStatusWindow(bool headless, bool debugToFile, HANDLE closeEvent) {
-    if (!headless && host::stdinIsTerminal() && host::stdoutIsTerminal() &&
-        CTovelDlg::terminalUsable())
+    if (useStatusWindow(headless))
         return std::make_unique<CTovelDlg>(
             CTovelDlg::Options{.closeEvent = closeEvent, .holdDebugOutput = !debugToFile});
     return std::make_unique<HeadlessTovelDlg>(
@@ -121,9 +130,15 @@ int run(int argc, char** argv) {
         portMaps.push_back(*mapping);
     }
 
+    // One unit per root, settled before anything in the root (or a watchdog
+    // device) is touched; the lock lasts as long as the process.
+    bool rootInUse = false;
+    const auto rootLock = host::RootLock::acquire(options.root, error, rootInUse);
+    if (!rootLock) return fail(rootInUse ? kRootInUseExitCode : kSetupExitCode, error);
+
     // Chosen before the watchdog hardware exists: arming it opens the device.
-    if (!options.hwWatchdog.empty() && !sim::useLinuxWatchdogDevice(options.hwWatchdog))
-        return fail(kUsageExitCode, "--hw-watchdog: cannot write " + options.hwWatchdog);
+    if (!options.hwWatchdog.empty() && !sim::useLinuxWatchdogDevice(options.hwWatchdog, &error))
+        return fail(kUsageExitCode, "--hw-watchdog: " + error);
 
     host::setUnitRoot(options.root);
     const auto layout =
@@ -155,6 +170,8 @@ int run(int argc, char** argv) {
     UsbCtlr::ConnectDeviceChangeSources();
     // Boards plugged in from now on are announced like on the unit.
     bus->setAnnounceChanges(true);
+    // The platform library that RemCtl_CmdLineControl calls.
+    host::installRapiUtilStandIn();
     auto dio = sim::installDioBlock();
     auto knobCounter = sim::installSpiCounter();
 
@@ -172,6 +189,13 @@ int run(int argc, char** argv) {
             [&console](const std::string& line) { return console.execute(line); }, controlError))
         std::cerr << "tovel: no control channel: " << controlError << "\n";
 
+    // Without a window, status lines that come before the display is up
+    // (the first enumeration's "No Boards found!!!") reach stdout too.
+    std::optional<HeadlessDisplay> earlyLines;
+    if (!useStatusWindow(options.headless)) {
+        earlyLines.emplace(stdout, NULL_HANDLE);
+        setStatusDisplay(&*earlyLines);
+    }
     std::shared_ptr<tracekit::TraceFile> trace;
     if (!options.trace.empty()) {
         trace = std::make_shared<tracekit::TraceFile>(
@@ -198,5 +222,8 @@ int run(int argc, char** argv) {
 }  // namespace
 
 int main(int argc, char** argv) {
+    // Line by line also into a file or pipe, so that whoever watches the
+    // output sees each line when it happens.
+    std::setvbuf(stdout, nullptr, _IOLBF, 0);
     return run(argc, argv);
 }

@@ -1,24 +1,30 @@
 // tovelctl: speaks the controller's remote command protocol from the command
-// line. One command per run, one connection per command.
+// line. One connection per run; several commands may share it, separated by
+// the word `then` ("cof-download img.out then boot"), because each board is
+// bound to a connection.
 //
-// Exit codes: 0 a reply was received (whatever its status), 1 bad arguments
-// or input file (also an image for cof-download that the COFF reader
-// refuses, unless --force), 2 the connection failed (refused, closed, timed out, or an
-// answer that is not a reply).
+// Exit codes: 0 a reply was received (whatever its status) or help was shown,
+// 1 bad arguments or input file (also an image for cof-download that the COFF
+// reader refuses, unless --force), 2 the connection failed (refused for longer
+// than --connect-timeout, closed, timed out, or an answer that is not a reply).
 #include <CLI/CLI.hpp>
 #include <cstdint>
 #include <fstream>
+#include <functional>
 #include <iostream>
 #include <iterator>
 #include <optional>
+#include <stdexcept>
 #include <string>
 #include <vector>
 
 #include "platform/clock.h"
 #include "platform/terminal.h"
 #include "tools/tovelclient/tovel_client.h"
+#include "tools/tovelctl/connect.h"
 #include "tools/tovelctl/image_verdict.h"
 #include "tools/tovelctl/report.h"
+#include "tools/tovelctl/sequence.h"
 #include "tools/tovelctl/trace_table.h"
 
 namespace {
@@ -41,6 +47,7 @@ struct Options {
     DWORD timeoutMs = 60000;
     unsigned repeat = 1;  // 0: until the connection ends
     DWORD intervalMs = 1000;
+    DWORD connectTimeoutMs = 3000;
 };
 
 // A number given in decimal or with a 0x prefix in hex, up to `max`.
@@ -181,7 +188,13 @@ void printPlain(const Options& o, const char* command, const Reply& reply) {
     printReply(o, report);
 }
 
-}  // namespace
+// The words of one command as the command line gave them.
+struct CommandArgs {
+    std::string name;
+    std::string file, opcode, replyOpcode, length, hex, device, size;
+    bool force = false;
+    std::string traceSession, traceStatus;
+};
 
 // Reads a file, talks to no controller.
 int traceCommand(const std::string& file, const std::string& session, const std::string& status,
@@ -203,119 +216,188 @@ int traceCommand(const std::string& file, const std::string& session, const std:
     return kExitInput;
 }
 
-int main(int argc, char** argv) {
-    Options o;
-    CLI::App app{"Talks to a Tovel controller over its remote command protocol."};
+// One command, its arguments checked, ready to run on the connection.
+using Step = std::function<void(const Options&, Client&)>;
+
+// Registers every command on `app`; the chosen one's words land in `args`.
+void addCommands(CLI::App& app, CommandArgs& args) {
+    app.require_subcommand(1, 1);
+    app.add_subcommand("version", "read the server version");
+    app.add_subcommand("boards", "count the boards (re-enumerates them)");
+    app.add_subcommand("status", "read the board's 64-byte status block");
+    app.add_subcommand("boot", "boot the board's DSP from its COF file");
+    app.add_subcommand("reboot", "restart the controller");
+    app.add_subcommand("cmdline", "hand the unit to command-line control");
+    auto* cof = app.add_subcommand("cof-download", "replace the board kind's COF image with FILE");
+    cof->add_option("FILE", args.file, "COF image to send")->required();
+    cof->add_flag("--force", args.force,
+                  "send an image that the COFF reader refuses (it will not boot)");
+    auto* atomicSend =
+        app.add_subcommand("atomic-send", "send a DSP command and wait until it is done");
+    atomicSend->add_option("OPCODE", args.opcode, "DSP command opcode")->required();
+    atomicSend->add_option("HEX", args.hex, "payload as hex bytes");
+    auto* atomicGet =
+        app.add_subcommand("atomic-get", "send a DSP command and read the DSP's answer");
+    atomicGet->add_option("OPCODE", args.opcode, "DSP command opcode")->required();
+    atomicGet->add_option("REPLY-OPCODE", args.replyOpcode, "opcode the answer must carry")
+        ->required();
+    atomicGet->add_option("LENGTH", args.length, "answer bytes wanted")->required();
+    atomicGet->add_option("HEX", args.hex, "payload as hex bytes");
+    auto* primSend = app.add_subcommand("prim-send", "send a raw DSP packet (no reply)");
+    primSend->add_option("DEVICE", args.device, "packet device id")->required();
+    primSend->add_option("OPCODE", args.opcode, "packet opcode")->required();
+    primSend->add_option("HEX", args.hex, "payload as hex bytes");
+    auto* primGet = app.add_subcommand("prim-get", "read a raw DSP packet of SIZE payload bytes");
+    primGet->add_option("SIZE", args.size, "payload bytes of the packet")->required();
+    auto* trace = app.add_subcommand("trace", "print a request trace (tovel --trace) as a table");
+    trace->add_option("FILE", args.file, "the trace file")->required();
+    trace->add_option("--session", args.traceSession, "only this session's lines");
+    trace->add_option("--status", args.traceStatus, "only replies with this status, or 'nonzero'");
+    // After parsing, the chosen command names itself.
+    app.parse_complete_callback([&app, &args] {
+        for (const auto* sub : app.get_subcommands()) args.name = sub->get_name();
+    });
+}
+
+void runVersion(const Options& o, Client& client) {
+    Reply r = client.version();
+    Report report("version");
+    if (auto v = tovelclient::versionOf(r)) report.add("version", std::int64_t{*v});
+    report.status("status", r.status);
+    printReply(o, report);
+}
+
+void runBoards(const Options& o, Client& client) {
+    Reply r = client.enumBoards();
+    Report report("boards");
+    if (auto n = tovelclient::boardCountOf(r)) report.add("boards", std::int64_t{*n});
+    report.status("status", r.status);
+    printReply(o, report);
+}
+
+void runPrimSend(const Options& o, Client& client, std::uint8_t device, std::uint8_t opcode,
+                 const std::vector<std::uint8_t>& payload) {
+    client.primSend(device, opcode, payload);
+    Report report("prim-send");
+    report.add("sent", static_cast<std::int64_t>(payload.size() + 5)).add("reply", false);
+    printReply(o, report);
+}
+
+// Checks a command's words before anything connects, so a typo costs no
+// connection, and binds them to the command's function.
+Step prepare(const Options& o, const CommandArgs& a) {
+    const std::vector<std::uint8_t> payload =
+        a.hex.empty() ? std::vector<std::uint8_t>{} : parsePayload(a.hex);
+    const std::uint8_t op = a.opcode.empty() ? 0 : parseByte(a.opcode, "OPCODE");
+    if (a.name == "version") return runVersion;
+    if (a.name == "boards") return runBoards;
+    if (a.name == "status")
+        return [](const Options& o, Client& c) { printStatusBlock(o, c.getStatus()); };
+    if (a.name == "boot")
+        return [](const Options& o, Client& c) { printPlain(o, "boot", c.boot()); };
+    if (a.name == "reboot")
+        return [](const Options& o, Client& c) { printPlain(o, "reboot", c.reboot()); };
+    if (a.name == "cmdline")
+        return [](const Options& o, Client& c) { printPlain(o, "cmdline", c.cmdLineControl()); };
+    if (a.name == "cof-download") {
+        auto image = readFile(a.file);
+        checkImage(o, a.file, a.force);
+        return
+            [image = std::move(image)](const Options& o, Client& c) { cofDownload(o, c, image); };
+    }
+    if (a.name == "atomic-send")
+        return [op, payload](const Options& o, Client& c) {
+            printPlain(o, "atomic-send", c.atomicSend(op, payload));
+        };
+    if (a.name == "atomic-get") {
+        const auto reply = parseByte(a.replyOpcode, "REPLY-OPCODE");
+        const auto wanted = parseNumber(a.length, 0xffffffffu, "LENGTH");
+        return [op, payload, reply, wanted](const Options& o, Client& c) {
+            printPlain(o, "atomic-get", c.atomicGet(op, payload, reply, wanted));
+        };
+    }
+    if (a.name == "prim-send") {
+        const auto device = parseByte(a.device, "DEVICE");
+        if (payload.size() > 0xffff) throw InputError("a packet payload is at most 65535 bytes");
+        return [device, op, payload](const Options& o, Client& c) {
+            runPrimSend(o, c, device, op, payload);
+        };
+    }
+    if (a.name == "prim-get") {
+        const auto n = static_cast<std::uint16_t>(parseNumber(a.size, 0xffff, "SIZE"));
+        return [n](const Options& o, Client& c) { printPacket(o, "prim-get", c.primGet(n)); };
+    }
+    throw InputError("unknown command '" + a.name + "'");
+}
+
+// Parses one part of the command line with `app`; CLI11's own exit codes
+// (104, 106, ...) become the documented 1, help stays 0.
+std::optional<int> parseWith(CLI::App& app, const std::vector<std::string>& words) {
+    std::vector<const char*> argv{"tovelctl"};
+    for (const auto& w : words) argv.push_back(w.c_str());
+    try {
+        app.parse(static_cast<int>(argv.size()), argv.data());
+    } catch (const CLI::ParseError& e) {
+        return app.exit(e) == 0 ? 0 : kExitInput;
+    }
+    return std::nullopt;
+}
+
+void addGlobalOptions(CLI::App& app, Options& o) {
     app.add_option("--host", o.host, "controller host name or address")->capture_default_str();
     app.add_option("--port", o.port, "remote command port")->capture_default_str();
     app.add_flag("--json", o.json, "print one JSON object per reply");
     app.add_option("--timeout", o.timeoutMs, "milliseconds to wait for a reply (0: for ever)")
         ->capture_default_str();
+    app.add_option("--connect-timeout", o.connectTimeoutMs,
+                   "milliseconds to keep retrying a refused connection (the controller does not "
+                   "listen while every board is bound)")
+        ->capture_default_str();
     app.add_option("--repeat", o.repeat,
-                   "run the command N times on one connection (0: until it ends), to watch "
+                   "run the commands N times on one connection (0: until it ends), to watch "
                    "a board while it is pulled or faulted")
         ->capture_default_str();
     app.add_option("--interval", o.intervalMs, "milliseconds between repeats")
         ->capture_default_str();
-    app.require_subcommand(1, 1);
+}
 
-    std::string file, opcode, replyOpcode, length, hex, device, size;
-    auto* version = app.add_subcommand("version", "read the server version");
-    auto* boards = app.add_subcommand("boards", "count the boards (re-enumerates them)");
-    auto* status = app.add_subcommand("status", "read the board's 64-byte status block");
-    auto* boot = app.add_subcommand("boot", "boot the board's DSP from its COF file");
-    auto* reboot = app.add_subcommand("reboot", "restart the controller");
-    auto* cmdline = app.add_subcommand("cmdline", "hand the unit to command-line control");
-    auto* cof = app.add_subcommand("cof-download", "replace the board kind's COF image with FILE");
-    cof->add_option("FILE", file, "COF image to send")->required();
-    bool force = false;
-    cof->add_flag("--force", force,
-                  "send an image that the COFF reader refuses (it will not boot)");
-    auto* atomicSend =
-        app.add_subcommand("atomic-send", "send a DSP command and wait until it is done");
-    atomicSend->add_option("OPCODE", opcode, "DSP command opcode")->required();
-    atomicSend->add_option("HEX", hex, "payload as hex bytes");
-    auto* atomicGet =
-        app.add_subcommand("atomic-get", "send a DSP command and read the DSP's answer");
-    atomicGet->add_option("OPCODE", opcode, "DSP command opcode")->required();
-    atomicGet->add_option("REPLY-OPCODE", replyOpcode, "opcode the answer must carry")->required();
-    atomicGet->add_option("LENGTH", length, "answer bytes wanted")->required();
-    atomicGet->add_option("HEX", hex, "payload as hex bytes");
-    auto* primSend = app.add_subcommand("prim-send", "send a raw DSP packet (no reply)");
-    primSend->add_option("DEVICE", device, "packet device id")->required();
-    primSend->add_option("OPCODE", opcode, "packet opcode")->required();
-    primSend->add_option("HEX", hex, "payload as hex bytes");
-    auto* primGet = app.add_subcommand("prim-get", "read a raw DSP packet of SIZE payload bytes");
-    primGet->add_option("SIZE", size, "payload bytes of the packet")->required();
+}  // namespace
 
-    auto* trace = app.add_subcommand("trace", "print a request trace (tovel --trace) as a table");
-    std::string traceSession, traceStatus;
-    trace->add_option("FILE", file, "the trace file")->required();
-    trace->add_option("--session", traceSession, "only this session's lines");
-    trace->add_option("--status", traceStatus, "only replies with this status, or 'nonzero'");
-
-    CLI11_PARSE(app, argc, argv);
-    if (trace->parsed()) return traceCommand(file, traceSession, traceStatus, o.json);
-
+int main(int argc, char** argv) {
+    Options o;
+    std::vector<Step> steps;
     try {
-        // Arguments first, so that a typo costs no connection.
-        std::vector<std::uint8_t> payload =
-            hex.empty() ? std::vector<std::uint8_t>{} : parsePayload(hex);
-        std::vector<std::uint8_t> image;
-        if (cof->parsed()) {
-            image = readFile(file);
-            checkImage(o, file, force);
-        }
-        std::uint8_t op = opcode.empty() ? 0 : parseByte(opcode, "OPCODE");
-        if (primSend->parsed() && payload.size() > 0xffff)
-            throw InputError("a packet payload is at most 65535 bytes");
-
-        Client client(o.host, o.port, o.timeoutMs);
-        for (unsigned round = 0; o.repeat == 0 || round < o.repeat; ++round) {
-            if (round > 0) host::Sleep(o.intervalMs);
-            if (version->parsed()) {
-                Reply r = client.version();
-                Report report("version");
-                if (auto v = tovelclient::versionOf(r)) report.add("version", std::int64_t{*v});
-                report.status("status", r.status);
-                printReply(o, report);
-            } else if (boards->parsed()) {
-                Reply r = client.enumBoards();
-                Report report("boards");
-                if (auto n = tovelclient::boardCountOf(r)) report.add("boards", std::int64_t{*n});
-                report.status("status", r.status);
-                printReply(o, report);
-            } else if (status->parsed()) {
-                printStatusBlock(o, client.getStatus());
-            } else if (boot->parsed()) {
-                printPlain(o, "boot", client.boot());
-            } else if (reboot->parsed()) {
-                printPlain(o, "reboot", client.reboot());
-            } else if (cmdline->parsed()) {
-                printPlain(o, "cmdline", client.cmdLineControl());
-            } else if (cof->parsed()) {
-                cofDownload(o, client, image);
-            } else if (atomicSend->parsed()) {
-                printPlain(o, "atomic-send", client.atomicSend(op, payload));
-            } else if (atomicGet->parsed()) {
-                const auto reply = parseByte(replyOpcode, "REPLY-OPCODE");
-                const auto wanted = parseNumber(length, 0xffffffffu, "LENGTH");
-                printPlain(o, "atomic-get", client.atomicGet(op, payload, reply, wanted));
-            } else if (primSend->parsed()) {
-                const auto dev = parseByte(device, "DEVICE");
-                client.primSend(dev, op, payload);
-                Report report("prim-send");
-                report.add("sent", static_cast<std::int64_t>(payload.size() + 5))
-                    .add("reply", false);
-                printReply(o, report);
-            } else if (primGet->parsed()) {
-                const auto n = static_cast<std::uint16_t>(parseNumber(size, 0xffff, "SIZE"));
-                printPacket(o, "prim-get", client.primGet(n));
+        const auto parts = tovelctl::splitAtThen(std::vector<std::string>(argv + 1, argv + argc));
+        for (std::size_t i = 0; i < parts.size(); ++i) {
+            CLI::App app{"Talks to a Tovel controller over its remote command protocol."};
+            app.footer(
+                "Several commands share one connection, and so one board, when the word 'then' "
+                "separates them:\n  tovelctl cof-download t1.out then boot");
+            if (i == 0) addGlobalOptions(app, o);
+            CommandArgs args;
+            addCommands(app, args);
+            if (auto exitCode = parseWith(app, parts[i])) return *exitCode;
+            // A trace is read from a file; it talks to no controller.
+            if (args.name == "trace") {
+                if (parts.size() > 1) throw InputError("trace cannot be joined with 'then'");
+                return traceCommand(args.file, args.traceSession, args.traceStatus, o.json);
             }
+            steps.push_back(prepare(o, args));
         }
+    } catch (const std::invalid_argument& e) {
+        std::cerr << "tovelctl: " << e.what() << "\n";
+        return kExitInput;
     } catch (const InputError& e) {
         std::cerr << "tovelctl: " << e.what() << "\n";
         return kExitInput;
+    }
+
+    try {
+        Client client = tovelctl::connectRetrying(o.host, o.port, o.timeoutMs, o.connectTimeoutMs);
+        for (unsigned round = 0; o.repeat == 0 || round < o.repeat; ++round) {
+            if (round > 0) host::Sleep(o.intervalMs);
+            for (const Step& step : steps) step(o, client);
+        }
     } catch (const tovelclient::ClientError& e) {
         std::cerr << "tovelctl: " << e.what() << "\n";
         return kExitConnection;
