@@ -1,5 +1,6 @@
 #include "tests/support/test_support.h"
 
+#include <algorithm>
 #include <filesystem>
 #include <fstream>
 #include <random>
@@ -131,17 +132,24 @@ bool logContains(const std::wstring& fragment) {
     return logCount(fragment) > 0;
 }
 
+// Ports are drawn at random below the kernel's ephemeral range (32768 and up
+// by default): a port handed out by bind(0) can be given to some other test's
+// outgoing connection, or to a parallel test's bind(0), in the moment between
+// this check and the program's own bind. Each pick is checked by binding it.
 std::vector<std::uint16_t> freePorts(int count) {
-    std::vector<host::SOCKET> held;
+    static std::mt19937 random(std::random_device{}());
+    std::uniform_int_distribution<int> below(20000, 32000);
     std::vector<std::uint16_t> ports;
-    for (int i = 0; i < count; ++i) {
+    for (int tries = 0; static_cast<int>(ports.size()) < count && tries < 1000; ++tries) {
+        const auto port = static_cast<std::uint16_t>(below(random));
+        if (std::find(ports.begin(), ports.end(), port) != ports.end()) continue;
         host::SOCKET s = host::socket(host::AF_INET, host::SOCK_STREAM, host::IPPROTO_TCP);
-        const auto address = host::makeSockaddr(host::INADDR_LOOPBACK, 0);
-        host::bind(s, reinterpret_cast<const host::SOCKADDR*>(&address), sizeof address);
-        ports.push_back(host::localPort(s));
-        held.push_back(s);
+        const auto address = host::makeSockaddr(host::INADDR_ANY, port);
+        const bool free =
+            host::bind(s, reinterpret_cast<const host::SOCKADDR*>(&address), sizeof address) == 0;
+        host::closesocket(s);
+        if (free) ports.push_back(port);
     }
-    for (auto s : held) host::closesocket(s);
     return ports;
 }
 

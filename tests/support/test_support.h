@@ -47,7 +47,7 @@ class DebugCapture {
     host::DebugSink previous_;
 };
 
-// Distinct loopback ports that were free a moment ago.
+// Distinct ports, free a moment ago, outside the range the kernel hands out.
 std::vector<std::uint16_t> freePorts(int count);
 
 // The entries of usb.log (and of a given file), decoded from UTF-16LE and
