@@ -20,6 +20,9 @@ std::optional<ProcessSample> sampleProcess(int pid) {
     while (std::getline(status, line)) {
         if (line.rfind("VmRSS:", 0) == 0) sample.residentKb = std::stoull(line.substr(6));
         if (line.rfind("Threads:", 0) == 0) sample.threads = std::stoi(line.substr(8));
+        // A process that has ended but is not reaped yet is no longer running.
+        if (line.rfind("State:", 0) == 0 && line.find_first_of("ZX", 6) != std::string::npos)
+            return std::nullopt;
     }
     // Fields after the command name, which may hold blanks and parentheses:
     // utime and stime are the 14th and 15th fields of the line.
