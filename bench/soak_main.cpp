@@ -81,19 +81,21 @@ struct Sample {
     host::ProcessSample process;
 };
 
-// Least-squares slope of resident memory over time, in KB per hour.
-double growthPerHour(const std::vector<Sample>& samples) {
+// Least-squares slope of a memory figure over time, in KB per hour.
+double growthPerHour(
+    const std::vector<Sample>& samples,
+    std::uint64_t host::ProcessSample::*figure = &host::ProcessSample::residentKb) {
     if (samples.size() < 2) return 0;
     double st = 0, sr = 0;
     for (const auto& s : samples) {
         st += s.seconds;
-        sr += static_cast<double>(s.process.residentKb);
+        sr += static_cast<double>(s.process.*figure);
     }
     const double n = static_cast<double>(samples.size());
     const double mt = st / n, mr = sr / n;
     double num = 0, den = 0;
     for (const auto& s : samples) {
-        num += (s.seconds - mt) * (static_cast<double>(s.process.residentKb) - mr);
+        num += (s.seconds - mt) * (static_cast<double>(s.process.*figure) - mr);
         den += (s.seconds - mt) * (s.seconds - mt);
     }
     return den > 0 ? num / den * 3600 : 0;
@@ -189,11 +191,12 @@ int main(int argc, char** argv) {
                                      10.0 / (elapsed() - samples.back().seconds);
         samples.push_back({elapsed(), *sample});
         std::printf(
-            "%6.0f s  rss %6llu KB  threads %3d  files %3d  cpu %5.1f %%  requests %llu  "
+            "%6.0f s  rss %6llu KB (anon %5llu)  threads %3d  files %3d  cpu %5.1f %%  requests "
+            "%llu  "
             "wrong %llu  churn %llu  hostile %llu\n",
             samples.back().seconds, static_cast<unsigned long long>(sample->residentKb),
-            sample->threads, sample->openFiles, cpu,
-            static_cast<unsigned long long>(tally.requests.load()),
+            static_cast<unsigned long long>(sample->anonymousKb), sample->threads,
+            sample->openFiles, cpu, static_cast<unsigned long long>(tally.requests.load()),
             static_cast<unsigned long long>(tally.wrongReplies.load()),
             static_cast<unsigned long long>(churn.actions.load()),
             static_cast<unsigned long long>(tally.hostile.load()));
@@ -228,8 +231,11 @@ int main(int argc, char** argv) {
         std::printf("  resident memory: %llu KB at start, %llu KB at the end\n",
                     static_cast<unsigned long long>(samples.front().process.residentKb),
                     static_cast<unsigned long long>(samples.back().process.residentKb));
-    std::printf("  growth after warm-up: %.0f KB per hour (%+.0f KB over %zu samples)\n", perHour,
-                growthKb, afterWarmup.size());
+    std::printf(
+        "  growth after warm-up: %.0f KB per hour (%+.0f KB over %zu samples); "
+        "heap and stacks alone: %.0f KB per hour\n",
+        perHour, growthKb, afterWarmup.size(),
+        growthPerHour(afterWarmup, &host::ProcessSample::anonymousKb));
     if (!samples.empty())
         std::printf("  threads %d -> %d, open files %d -> %d, CPU %.1f %% of one core\n",
                     samples.front().process.threads, samples.back().process.threads,

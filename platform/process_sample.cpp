@@ -19,6 +19,7 @@ std::optional<ProcessSample> sampleProcess(int pid) {
     std::string line;
     while (std::getline(status, line)) {
         if (line.rfind("VmRSS:", 0) == 0) sample.residentKb = std::stoull(line.substr(6));
+        if (line.rfind("RssAnon:", 0) == 0) sample.anonymousKb = std::stoull(line.substr(8));
         if (line.rfind("Threads:", 0) == 0) sample.threads = std::stoi(line.substr(8));
         // A process that has ended but is not reaped yet is no longer running.
         if (line.rfind("State:", 0) == 0 && line.find_first_of("ZX", 6) != std::string::npos)

@@ -7,7 +7,8 @@
 namespace host {
 
 struct ProcessSample {
-    std::uint64_t residentKb = 0;  // resident set size
+    std::uint64_t residentKb = 0;   // resident set size
+    std::uint64_t anonymousKb = 0;  // the part not backed by files: heap, stacks
     int threads = 0;
     int openFiles = 0;        // open file descriptors
     std::uint64_t cpuMs = 0;  // user + system time so far
