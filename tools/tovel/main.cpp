@@ -13,6 +13,7 @@
 #include "app/tovel_app.h"
 #include "app/tovel_dlg.h"
 #include "boards/usb_ctlr.h"
+#include "platform/allocator.h"
 #include "platform/debug_out.h"
 #include "platform/files.h"
 #include "platform/line_server.h"
@@ -152,5 +153,6 @@ int run(int argc, char** argv) {
 }  // namespace
 
 int main(int argc, char** argv) {
+    host::useOneAllocatorArena();
     return run(argc, argv);
 }
