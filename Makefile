@@ -52,3 +52,20 @@ format-check: deps
 
 clean:
 	rm -rf build build-asan build-tsan build-fuzz
+
+# The soak: a unit with four simulated boards for MINUTES under load, board
+# churn and hostile clients; prints growth per hour, requests, wrong replies
+# and lost log lines (bench/soak_main.cpp).
+.PHONY: soak fuzz-run
+MINUTES ?= 10
+soak: deps build/CMakeCache.txt
+	cmake --build build -j$(JOBS) --target tovel_soak
+	build/tovel_soak $(MINUTES)
+
+# Every fuzz target for MINUTES minutes each, from the seed corpus in
+# fuzz/corpus/ (findings go to build-fuzz/fuzz-findings/).
+FUZZ_TARGETS ?= coff_reader_fuzz framer_fuzz
+fuzz-run: deps
+	CXX=clang++ cmake -S . -B build-fuzz -DCMAKE_BUILD_TYPE=RelWithDebInfo -DTOVEL_FUZZ=ON $(CMAKE_FLAGS)
+	cmake --build build-fuzz -j$(JOBS) --target $(FUZZ_TARGETS)
+	fuzz/run.sh build-fuzz $(MINUTES) $(FUZZ_TARGETS)

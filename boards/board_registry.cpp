@@ -1,6 +1,7 @@
 // The registry of board controllers: enumeration of "DSP1:", retirement of
 // boards that stop answering, deletion of retired controllers, access by
 // index, and the orderly end.
+#include <algorithm>
 #include <array>
 
 #include "boards/analog_ctlr.h"
@@ -42,7 +43,6 @@ namespace {
 
 constexpr const wchar_t* kDriverName = L"DSP1:";
 constexpr int kOpensPerScan = 9;
-constexpr DWORD kPurgeAfterMs = 60000;
 
 bool isOpenHandle(HANDLE h) {
     return h != NULL_HANDLE && h != INVALID_HANDLE_VALUE;
@@ -76,7 +76,11 @@ struct Registry {
         for (const auto& ctlr : array) held.add(ctlr->link.get());
     }
 
-    // Moves array[index] to DeadCtlrs, marked as being removed.
+    // Moves array[index] to DeadCtlrs, marked as being removed, and lets go
+    // of its board: the next scan opens the board again and boots it as a
+    // new controller, so neither a passing fault nor a client can keep a
+    // board out of service. A session still bound to the retired controller
+    // gets 11, as for a pulled board.
     template <class Kind>
     static void retire(std::vector<std::unique_ptr<Kind>>& array, std::size_t index,
                        const wchar_t* message) {
@@ -84,6 +88,7 @@ struct Registry {
         std::unique_lock<CommPolicy> linkGuard;
         if (ctlr->link) linkGuard = std::unique_lock<CommPolicy>(*ctlr->link);
         ctlr->removing = true;
+        if (ctlr->link) ctlr->link->releaseDevice();
         ctlr->logMsg(message);
         UsbCtlr::DeadCtlrs->push_back(std::move(array[index]));
         array.erase(array.begin() + static_cast<std::ptrdiff_t>(index));
@@ -155,16 +160,28 @@ struct Registry {
         UsbCtlr::updateCtlrCount();
     }
 
+    static bool isUnheld(const std::unique_ptr<UsbCtlr>& ctlr) {
+        return ctlr->sessionPins.load() == 0;
+    }
+
     static void purgeDeadCtlrs() {
         LogError(L"Purging DeadCtlrs ... ");
         // A client session may still hold a retired board's controller (it
         // answers its requests with 11); that one waits for a later purge.
-        std::erase_if(*UsbCtlr::DeadCtlrs,
-                      [](const auto& ctlr) { return ctlr->sessionPins.load() == 0; });
+        std::erase_if(*UsbCtlr::DeadCtlrs, isUnheld);
+    }
+
+    // Retired controllers go as soon as no session holds them, not only when
+    // a scan starts after 60 quiet seconds: every accepted client scans, so
+    // with clients coming and going the quiet minute never came and the dead
+    // piled up. The purge line is written when there is something to delete.
+    static void purgeUnheldDeadCtlrs() {
+        if (std::any_of(UsbCtlr::DeadCtlrs->begin(), UsbCtlr::DeadCtlrs->end(), isUnheld))
+            purgeDeadCtlrs();
     }
 
     static void checkDeadWood() {
-        if (host::GetTickCount() - UsbCtlr::lastEnumTick > kPurgeAfterMs) purgeDeadCtlrs();
+        purgeUnheldDeadCtlrs();
         retireDead(*UsbCtlr::T1Ctlrs);
         retireDead(*UsbCtlr::EthernetCtlrs);
         retireDead(*UsbCtlr::RFCtlrs);
@@ -278,6 +295,20 @@ AnalogCtlr* UsbCtlr::GetAnalogCtlrUnlocked(int index) {
 int UsbCtlr::GetDeadCtlrCount() {
     std::lock_guard<host::CriticalSection> registry(*registryLock);
     return static_cast<int>(DeadCtlrs->size());
+}
+
+void UsbCtlr::PinSession(UsbCtlr* ctlr) {
+    if (ctlr) ++ctlr->sessionPins;
+}
+
+void UsbCtlr::UnpinSession(UsbCtlr* ctlr) {
+    if (!ctlr) return;
+    // Only a retired controller can be left without a holder; a registered
+    // one stays. A busy registry (a scan, or the orderly end, which keeps it
+    // for good) is not waited for: the next scan's purge deletes it instead.
+    std::unique_lock<host::CriticalSection> registry(*registryLock, std::try_to_lock);
+    if (--ctlr->sessionPins == 0 && registry.owns_lock() && ctlr->removing)
+        Registry::purgeUnheldDeadCtlrs();
 }
 
 void UsbCtlr::KillT1(UsbCtlr* ctlr) {

@@ -114,8 +114,8 @@ class UsbCtlr : public LinkOwner {
     std::unique_ptr<CommPolicy_USB> link;
     std::atomic<bool> flashed{false};   // result of the last flashCOF
     std::atomic<bool> removing{false};  // set once the registry retires the board
-    // Client sessions bound to this controller; a retired controller is
-    // deleted only once none holds it.
+    // Client sessions bound to this controller (PinSession / UnpinSession);
+    // a retired controller is deleted as soon as none holds it.
     std::atomic<int> sessionPins{0};
     std::atomic<std::uint16_t> cofMajor{kUnknownVersion};
     std::atomic<std::uint16_t> cofMinor{kUnknownVersion};
@@ -139,6 +139,12 @@ class UsbCtlr : public LinkOwner {
     static AnalogCtlr* GetAnalogCtlrUnlocked(int index);
     // Retired controllers not yet deleted.
     static int GetDeadCtlrCount();
+    // A client session binds itself to a controller for its lifetime. The
+    // caller of PinSession holds registryLock from the choice of the
+    // controller on, so it is not retired and deleted in between. Unpinning
+    // the last holder of a retired controller deletes it (null: nothing).
+    static void PinSession(UsbCtlr* ctlr);
+    static void UnpinSession(UsbCtlr* ctlr);
     // Retire one given controller of that kind (nothing if it is not there).
     static void KillT1(UsbCtlr* ctlr);
     static void KillRF(UsbCtlr* ctlr);

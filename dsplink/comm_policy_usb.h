@@ -64,6 +64,9 @@ class CommPolicy_USB : public CommPolicy {
     // unless the owner is retiring the board, reports the board as removed.
     // Always answers dspUsbCommFailed.
     dspStatus ioFailure();
+    // Closes the driver handle, so the board can be opened again by another
+    // link; every primitive answers dspNoUsbComm from then on.
+    void releaseDevice();
 
     // Handshake steps; the caller holds the link lock.
     dspStatus privateSendData(BYTE opcode, const BYTE* data, int length);

@@ -127,10 +127,14 @@ dspStatus CommPolicy_USB::retryIoControl(Primitive which, BYTE* buffer, DWORD si
     return ioFailure();
 }
 
-dspStatus CommPolicy_USB::ioFailure() {
+void CommPolicy_USB::releaseDevice() {
     // Only one caller gets to close the handle.
     const HANDLE h = handle.exchange(NULL_HANDLE);
     if (h != NULL_HANDLE) host::CloseHandle(h);
+}
+
+dspStatus CommPolicy_USB::ioFailure() {
+    releaseDevice();
     const bool removing = owner && owner->isRemoving();
     if (!removing) {
         // The log writes since the failed call may have reset the thread's

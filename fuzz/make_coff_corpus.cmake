@@ -35,3 +35,8 @@ mkcof(mixed_be.cof --big-endian --no-opt-header
       --section .sysmem:0x3000:noload=pattern:4:64
       --section .dsect:0x4000:dsect=pattern:5:8)
 mkcof(single_byte.cof --section .c:1=hex:FF)
+mkcof(long_names.cof --version 9.1 --section .debug_abbreviations:0:copy=pattern:6:40
+      --section .far_constant_data:0x5000:data=pattern:7:100)
+mkcof(many_sections_be.cof --big-endian --section .a:0x100=pattern:1:30 --section .b:0x200=bss:64
+      --section .c:0x300:data=hex:0102 --section .d:0:copy=pattern:2:9 --section .e:0x400=pattern:3:821
+      --section .f:0x900:noload=pattern:4:16 --section .g:0xA00:dsect=pattern:5:16)

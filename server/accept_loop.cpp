@@ -63,23 +63,28 @@ void TovelCtlr::acceptOneClient() {
         return;  // 'theEar' stays open
     }
     debugMessage(L"Got Connection...\n");
-    UsbCtlr* ctlr = findFreeCtlr();
-    if (!ctlr) {
-        statusMessage(L"NULL UsbCtlr on Accept!!; dropping connection!\n");
-        client.close();
-    } else {
-        // Replies go out at once: a client that pipelines requests would
-        // otherwise wait for its own delayed acknowledgement (about 40 ms)
-        // before each second reply.
-        const BOOL noDelay = TRUE_;
-        host::setsockopt(client.handle(), host::IPPROTO_TCP, host::TCP_NODELAY,
-                         reinterpret_cast<const char*>(&noDelay), sizeof noDelay);
-        std::shared_ptr<Tovel> tovel;
-        {
-            std::lock_guard<host::CriticalSection> lock(m_tovelLock);
+    std::shared_ptr<Tovel> tovel;
+    {
+        // The registry stays locked from the choice of the board until the
+        // session holds its controller: a retired controller is deleted as
+        // soon as no session holds it, even by another thread's scan.
+        std::lock_guard<host::CriticalSection> lock(m_tovelLock);
+        std::lock_guard<host::CriticalSection> registry(*UsbCtlr::registryLock);
+        if (UsbCtlr* ctlr = findFreeCtlr()) {
+            // Replies go out at once: a client that pipelines requests would
+            // otherwise wait for its own delayed acknowledgement (about 40 ms)
+            // before each second reply.
+            const BOOL noDelay = TRUE_;
+            host::setsockopt(client.handle(), host::IPPROTO_TCP, host::TCP_NODELAY,
+                             reinterpret_cast<const char*>(&noDelay), sizeof noDelay);
             tovel = Tovel::create(ctlr, client.detach(), this);
             m_tovels.push_back(tovel);
         }
+    }
+    if (!tovel) {
+        statusMessage(L"NULL UsbCtlr on Accept!!; dropping connection!\n");
+        client.close();
+    } else {
         debugMessage(host::wformat(L"Created Tovel 0x%x\n", logAddress(tovel.get())));
     }
     purgeDoneTovels();

@@ -65,7 +65,7 @@ std::shared_ptr<Tovel> Tovel::create(UsbCtlr* ctlr, host::SOCKET hSocket, Sessio
 
 Tovel::Tovel(PrivateTag, UsbCtlr* ctlr, host::SOCKET hSocket, SessionOwner* owner)
     : hSocket_(hSocket), ctlr_(ctlr), owner_(owner) {
-    if (ctlr_) ++ctlr_->sessionPins;
+    UsbCtlr::PinSession(ctlr_);
     // Counted from construction, so a poll before the thread's first pass
     // never sees a session as hung.
     lastTickle_ = host::GetTickCount();
@@ -78,7 +78,7 @@ Tovel::~Tovel() {
     else if (hSocket_ != host::INVALID_SOCKET && thread_.load() == NULL_HANDLE && !running_)
         host::closesocket(hSocket_);
     closeCofFile();
-    if (ctlr_) --ctlr_->sessionPins;
+    UsbCtlr::UnpinSession(ctlr_);
 }
 
 void Tovel::stop() {

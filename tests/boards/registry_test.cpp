@@ -188,27 +188,65 @@ TEST_F(RegistryTest, NestedScanOnTheSameThreadLeavesAtOnce) {
     EXPECT_EQ(loggedCount(L"UsbCtlr::EnumDevices already active"), 9);
 }
 
-TEST_F(RegistryTest, RetiredControllersArePurgedOnlyMoreThan60SecondsAfterTheLastScan) {
+// No virtual time passes between the scans: retired controllers do not wait
+// for a quiet minute, which clients that keep connecting never leave.
+TEST_F(RegistryTest, RetiredBoardIsLetGoAndBootedAgainByTheScanAfterItsFaultClears) {
     auto board = attach(sim::BoardKind::T1);
     enumerate();
-    T1Ctlr* t1 = UsbCtlr::GetT1Ctlr(0);
-    ASSERT_NE(t1, nullptr);
-    UsbCtlr::KillT1(t1);
-    bus->detachAll(false);
+    board->reportState(10);
+    enumerate();
+    EXPECT_TRUE(logged(L"This board is being removed!(thread="));
+    EXPECT_EQ(UsbCtlr::GetCtlrCount(), 0);
     EXPECT_EQ(UsbCtlr::GetDeadCtlrCount(), 1);
+    // The same scan found the board free again; its boot failed while the
+    // fault lasted.
+    EXPECT_EQ(loggedCount(L"EnumDevices:: Boot Fails"), 1);
+    EXPECT_FALSE(board->held());
 
-    clock->advance(59999);
+    board->clearReportedState();
     enumerate();
-    clock->advance(60000);
+    ASSERT_EQ(UsbCtlr::GetCtlrCount(), 1);
+    EXPECT_TRUE(board->held());
+    EXPECT_EQ(UsbCtlr::GetDeadCtlrCount(), 0);
+    EXPECT_EQ(loggedCount(L"Purging DeadCtlrs ... "), 1);
+    EXPECT_EQ(loggedCount(L"~T1Ctlr Destructing"), 1);
+    const BYTE payload[] = {1};
+    BYTE reply[1] = {};
+    int replyLength = 1;
+    EXPECT_EQ(UsbCtlr::GetCtlr(0)->atomicGet(0x7E, payload, 1, 0x7E, reply, &replyLength), dspOk);
+}
+
+TEST_F(RegistryTest, RetiredControllerHeldBySessionsAnswers11AndGoesWithTheLastOne) {
+    auto board = attach(sim::BoardKind::RF);
     enumerate();
+    RFCtlr* held = UsbCtlr::GetRFCtlr(0);
+    UsbCtlr::PinSession(held);
+    UsbCtlr::PinSession(held);
+    board->reportState(10);
+    enumerate();
+    board->clearReportedState();
+    enumerate();
+    ASSERT_EQ(UsbCtlr::GetCtlrCount(), 1);
+    EXPECT_NE(UsbCtlr::GetRFCtlr(0), held);
     EXPECT_EQ(UsbCtlr::GetDeadCtlrCount(), 1);
     EXPECT_FALSE(logged(L"Purging DeadCtlrs"));
 
-    clock->advance(60001);
-    enumerate();
+    // Raw packets too: the retired link no longer reaches the board.
+    const BYTE frame[] = {2, 0, 0, 0};
+    EXPECT_EQ(held->link->primitiveSendData(frame, 4), dspNoUsbComm);
+    EXPECT_EQ(held->atomicSend(0x7E, frame, 1), dspNoUsbComm);
+    EXPECT_NE(board->state(), 10) << "the packet reached the board";
+
+    UsbCtlr::UnpinSession(held);
+    EXPECT_EQ(UsbCtlr::GetDeadCtlrCount(), 1);
+    UsbCtlr::UnpinSession(held);
     EXPECT_EQ(UsbCtlr::GetDeadCtlrCount(), 0);
     EXPECT_EQ(loggedCount(L"Purging DeadCtlrs ... "), 1);
-    EXPECT_TRUE(logged(L"~T1Ctlr Destructing"));
+    EXPECT_EQ(loggedCount(L"aRFCtlr(Serial#1150000000) Destructing"), 1);
+    // A registered controller stays when its session lets go.
+    UsbCtlr::PinSession(UsbCtlr::GetRFCtlr(0));
+    UsbCtlr::UnpinSession(UsbCtlr::GetRFCtlr(0));
+    EXPECT_EQ(UsbCtlr::GetCtlrCount(), 1);
 }
 
 TEST_F(RegistryTest, KillRetiresOnlyAControllerOfItsOwnKind) {
@@ -234,11 +272,11 @@ TEST_F(RegistryTest, BoardThatStopsAnsweringIsRetiredAndItsRequestsAnswer11) {
     enumerate();
     T1Ctlr* t1 = UsbCtlr::GetT1Ctlr(0);
     ASSERT_NE(t1, nullptr);
+    UsbCtlr::PinSession(t1);  // as its client's session does
 
     bus->detachAll(false);
     enumerate();
     EXPECT_EQ(UsbCtlr::GetCtlrCount(), 0);
-    EXPECT_EQ(UsbCtlr::GetDeadCtlrCount(), 1);
     EXPECT_TRUE(t1->removing);
     EXPECT_TRUE(logged(L"This board is being removed!(thread="));
     EXPECT_TRUE(logged(L"CommPolicy_USB::ioFailure() -- Handle set to NULL"));
@@ -252,6 +290,9 @@ TEST_F(RegistryTest, BoardThatStopsAnsweringIsRetiredAndItsRequestsAnswer11) {
     // The link's failure asked for one more scan, on a thread of its own.
     UsbCtlr::WaitForDeviceChangeThreads();
     EXPECT_EQ(loggedCount(L"UsbCtlr::EnumDevices() done"), 3);
+    EXPECT_EQ(UsbCtlr::GetDeadCtlrCount(), 1);
+    UsbCtlr::UnpinSession(t1);
+    EXPECT_EQ(UsbCtlr::GetDeadCtlrCount(), 0);
 }
 
 TEST_F(RegistryTest, UnpluggedBoardIsRetiredAndRegisteredAgainWhenPluggedBackIn) {
@@ -264,11 +305,12 @@ TEST_F(RegistryTest, UnpluggedBoardIsRetiredAndRegisteredAgainWhenPluggedBackIn)
     bus->detach(bus->slotOf(*board));
     UsbCtlr::WaitForDeviceChangeThreads();
     EXPECT_EQ(UsbCtlr::GetCtlrCount(), 0);
-    EXPECT_EQ(UsbCtlr::GetDeadCtlrCount(), 1);
+    EXPECT_TRUE(logged(L"This board is being removed!(thread="));
 
     auto again = attach(sim::BoardKind::RF);
     UsbCtlr::WaitForDeviceChangeThreads();
     ASSERT_EQ(UsbCtlr::GetCtlrCount(), 1);
+    EXPECT_EQ(UsbCtlr::GetDeadCtlrCount(), 0);
     EXPECT_EQ(again->bootCount(), 1u);
     EXPECT_TRUE(again->held());
 }

@@ -51,6 +51,15 @@ std::vector<Bytes> sharedSeeds() {
     return seeds;
 }
 
+// The fuzzing seeds kept in the tree, and every reproducer kept with them.
+std::vector<Bytes> treeSeeds() {
+    std::vector<Bytes> seeds;
+    for (const auto& entry :
+         std::filesystem::directory_iterator(std::string(TOVEL_FUZZ_CORPUS) + "/coff"))
+        seeds.push_back(cofftest::readHostFile(entry.path().string()));
+    return seeds;
+}
+
 void put32(Bytes& b, std::size_t at, std::uint32_t v) {
     for (int i = 0; i < 4 && at + i < b.size(); ++i)
         b[at + i] = static_cast<std::uint8_t>(v >> (8 * i));
@@ -126,6 +135,7 @@ TEST(CoffCorpusReplay, SeedsAndMutationsNeverBreakTheReader) {
     TempUnitRoot root;
     std::vector<Bytes> seeds = generatedSeeds();
     const std::size_t generated = seeds.size();
+    for (Bytes& s : treeSeeds()) seeds.push_back(std::move(s));
     for (Bytes& s : sharedSeeds()) seeds.push_back(std::move(s));
 
     const std::size_t handlesBefore = host::openHandleCount();

@@ -38,6 +38,14 @@ std::string echoRequest(const std::string& payload) {
     return request + payload;
 }
 
+// The DSP sequence number of the board in `slot` from a `boards` listing.
+int sequenceOf(const std::string& listing, int slot) {
+    const auto at = listing.find("slot=" + std::to_string(slot) + " ");
+    const auto seq = listing.find("seq=", at);
+    return at == std::string::npos || seq == std::string::npos ? -1
+                                                               : std::stoi(listing.substr(seq + 4));
+}
+
 struct SimAnswer {
     int exitCode = -1;
     std::string text;
@@ -100,6 +108,39 @@ TEST_F(TovelSim, PulledBoardFailsItsClientIsRetiredAndServesAgainOncePluggedIn) 
     ASSERT_EQ(reply.size(), 12u) << outputText();
     EXPECT_EQ(statusOf(reply), 0u);
     EXPECT_EQ(reply.substr(8), "back");
+    stopAndExpectCleanExit();
+}
+
+// Clients that come and go scan for boards each time; a board retired for a
+// bad status must not stay away from them until they stop.
+TEST_F(TovelSim, BoardRetiredForABadStatusServesTheFirstClientAfterTheFaultClears) {
+    start({"--boards", "t1,ip"});
+    auto victim = connectWhenListening(remotePort);
+    ASSERT_TRUE(victim->connected()) << outputText();
+    EXPECT_EQ(statusOf(victim->ask(echoRequest("ping"), 12)), 0u);
+    ASSERT_EQ(sim({"fault", "1", "state", "10"}).exitCode, 0);
+
+    const auto passBy = [&] {
+        auto passer = connectWhenListening(remotePort);
+        EXPECT_EQ(passer->ask(kVersionRequest, kVersionReply.size()), kVersionReply);
+    };
+    passBy();
+    EXPECT_TRUE(logEventually(L"This board is being removed!")) << outputText();
+    EXPECT_EQ(statusOf(victim->ask(echoRequest("ping"), 8)), 11u);
+    victim->close();
+    EXPECT_TRUE(logEventually(L"Purging DeadCtlrs ... ")) << outputText();
+    passBy();
+    passBy();
+
+    ASSERT_EQ(sim({"fault", "1", "clear"}).exitCode, 0);
+    auto next = connectWhenListening(remotePort);
+    EXPECT_EQ(next->ask(echoRequest("back"), 12).substr(8), "back") << outputText();
+    const std::string before = sim({"boards"}).text;
+    EXPECT_EQ(statusOf(next->ask(echoRequest("again"), 13)), 0u);
+    // The command went to the T1 board, booted again as a new controller.
+    const std::string after = sim({"boards"}).text;
+    EXPECT_EQ(sequenceOf(after, 1), sequenceOf(before, 1) + 2) << before << after;
+    EXPECT_EQ(logCount(L"Boot successful (version 102.2)"), 2);
     stopAndExpectCleanExit();
 }
 

@@ -2,6 +2,9 @@
 // the requests they were made of; random bytes must never break the framer.
 #include <gtest/gtest.h>
 
+#include <filesystem>
+#include <fstream>
+#include <iterator>
 #include <random>
 #include <vector>
 
@@ -147,4 +150,18 @@ TEST(FramerReplay, ARequestBehindAnUnknownOpcodeIsNeverServed) {
         EXPECT_EQ(outcome.served[0].opcode, Rem_GetStatus);
         EXPECT_EQ(outcome.last, FrameStatus::UnknownOpcode);
     }
+}
+
+// The fuzzing seeds and every reproducer kept next to them.
+TEST(FramerReplay, FuzzCorpusInTheTreeKeepsThePromises) {
+    int inputs = 0;
+    for (const auto& entry :
+         std::filesystem::directory_iterator(std::string(TOVEL_FUZZ_CORPUS) + "/framer")) {
+        std::ifstream in(entry.path(), std::ios::binary);
+        const Bytes input{std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>()};
+        const auto outcome = framing_test::driveFuzzInput(input);
+        EXPECT_TRUE(outcome.violation.empty()) << entry.path() << ": " << outcome.violation;
+        ++inputs;
+    }
+    EXPECT_GE(inputs, 8);
 }

@@ -87,4 +87,17 @@ inline Outcome drive(std::span<const std::uint8_t> stream,
     return out;
 }
 
+// One input of the framer's fuzz target (fuzz/framer_fuzz.cpp): the first
+// byte picks how many receive sizes follow (two bytes each, big-endian); the
+// rest is the stream.
+inline Outcome driveFuzzInput(std::span<const std::uint8_t> data) {
+    if (data.empty()) return {};
+    std::size_t splitCount = data[0] % 32;
+    std::size_t at = 1;
+    std::vector<std::size_t> splits;
+    for (; splitCount > 0 && at + 1 < data.size(); --splitCount, at += 2)
+        splits.push_back(1 + ((std::size_t{data[at]} << 8 | data[at + 1]) % 12000));
+    return drive(data.subspan(at), splits);
+}
+
 }  // namespace framing_test

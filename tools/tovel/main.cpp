@@ -15,6 +15,7 @@
 #include "app/tovel_app.h"
 #include "app/tovel_dlg.h"
 #include "boards/usb_ctlr.h"
+#include "platform/allocator.h"
 #include "platform/debug_out.h"
 #include "platform/files.h"
 #include "platform/line_server.h"
@@ -222,6 +223,7 @@ int run(int argc, char** argv) {
 }  // namespace
 
 int main(int argc, char** argv) {
+    host::useOneAllocatorArena();
     // Line by line also into a file or pipe, so that whoever watches the
     // output sees each line when it happens.
     std::setvbuf(stdout, nullptr, _IOLBF, 0);
