@@ -9,8 +9,15 @@
 // so a test under host::ManualClock decides when time moves. Time-dependent
 // state settles lazily whenever the board is asked or driven.
 //
+// Status reads take time like the hardware's: a read through a handle that
+// sees the same block as that handle's last read waits for the board's next
+// change, at most kStatusReadPace (see there), so a host polling a board that
+// stands still does not spin.
+//
 // Thread-safe: every operation takes the board's own lock.
 #include <array>
+#include <chrono>
+#include <condition_variable>
 #include <cstdint>
 #include <deque>
 #include <mutex>
@@ -62,10 +69,20 @@ class SimDspBoard {
     SimDspBoard(const SimDspBoard&) = delete;
     SimDspBoard& operator=(const SimDspBoard&) = delete;
 
+    // How long a status read that finds nothing changed since the caller's
+    // last read waits for a change: about the round trip of a USB control
+    // transfer (a few 125-us microframes plus the controller's turnaround),
+    // the cost each poll has on the unit. Short enough that a command the
+    // DSP finishes on its own clock is seen promptly; long enough that a
+    // host polling a hung DSP wakes only 2000 times a second.
+    static constexpr std::chrono::microseconds kStatusReadPace{500};
+
     // ---- Driver side: one DeviceIoControl on an open handle of this board.
-    // Answers true, or false with a system error code in `error`.
+    // Answers true, or false with a system error code in `error`. `lastRead`
+    // is the caller's own record of the last status block it read (null: no
+    // pacing); a board with a transfer latency is not paced on top of it.
     bool transfer(DWORD code, void* in, DWORD inSize, void* out, DWORD outSize, DWORD* returned,
-                  DWORD& error);
+                  DWORD& error, std::optional<StatusBlock>* lastRead = nullptr);
 
     // ---- Identity and observation.
     BoardKind kind() const { return kind_; }
@@ -94,6 +111,8 @@ class SimDspBoard {
     unsigned commandsIgnored() const;
     // Image-end frames seen (program starts).
     unsigned bootCount() const;
+    // Status reads that found nothing changed and waited, since attach.
+    unsigned pacedStatusReads() const;
 
     // ---- Behaviour settings.
     void setAckTime(DWORD ms);
@@ -102,6 +121,9 @@ class SimDspBoard {
     // Bytes 4..62 of the status block (59 bytes; a shorter span leaves the
     // rest zero, a longer one is cut).
     void setStatusDetail(std::span<const BYTE> bytes);
+    // The longest wait of an unchanged status read (tests: a long pace shows
+    // what wakes it; zero: no pacing).
+    void setStatusReadPace(std::chrono::microseconds pace);
 
     // ---- Fault injection.
     // The next `count` transfers fail with `error` (31, 1167, 6, ...).
@@ -138,6 +160,11 @@ class SimDspBoard {
         DWORD since;
     };
 
+    // Wakes paced status reads; every operation that may change the block calls it.
+    void changed() { changed_.notify_all(); }
+    // With the lock held: waits until the block differs from `seen`, the
+    // board goes away, or the pace has passed.
+    void waitForStatusChange(std::unique_lock<std::mutex>& lock, const StatusBlock& seen);
     void settle();
     void complete();
     BYTE stateNow() const;
@@ -153,6 +180,9 @@ class SimDspBoard {
     void getData(BYTE* buffer, DWORD size, DWORD* returned);
 
     mutable std::mutex mutex_;
+    std::condition_variable changed_;
+    std::chrono::microseconds statusReadPace_ = kStatusReadPace;
+    unsigned pacedStatusReads_ = 0;
     const BoardKind kind_;
     BoardDetail detail_;
     const ProgramVersion defaultVersion_;
