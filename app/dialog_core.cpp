@@ -102,14 +102,16 @@ bool DialogCore::OnInitDialog(DialogControls& controls) {
 void DialogCore::startPowerFailThread() {
     host::ensureCoreLibrary();
     powerFail_ = std::make_shared<PowerFailHandler>(cpuLed_->env.stopController);
-    // Started at idle priority; the thread raises itself to real time.
+    // The thread raises itself to real time at once. It starts at the normal
+    // level rather than idle: Linux lets an unprivileged thread into the idle
+    // class but not out of it, and this one must end up the most urgent.
     powerFailThread_ = host::CreateThread(
         [handler = powerFail_]() mutable {
             const DWORD code = handler->PowerFailThread();
             handler.reset();
             return code;
         },
-        host::THREAD_PRIORITY_IDLE, "tovel-powerfail");
+        host::THREAD_PRIORITY_NORMAL, "tovel-powerfail");
 }
 
 bool DialogCore::WindowProc(UINT message, DialogControls& controls) {

@@ -107,8 +107,9 @@ class DialogCore {
     void StatusMsg(std::wstring text);
 
     // The dialog's thread, once its controls exist: sets the bar's range,
-    // starts the CPU/LED thread at idle priority and, when the platform
-    // answer is exactly 1 (KTX), the power-fail thread. Answers true.
+    // starts the CPU/LED thread at idle priority (the one thread of the unit
+    // in the idle class) and, when the platform answer is exactly 1 (KTX),
+    // the power-fail thread. Answers true.
     bool OnInitDialog(DialogControls& controls);
     // Updates the controls for one of the two messages; false for any other.
     bool WindowProc(UINT message, DialogControls& controls);
