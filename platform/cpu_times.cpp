@@ -2,7 +2,10 @@
 
 #include <charconv>
 #include <fstream>
+#include <sstream>
 #include <string>
+
+#include <unistd.h>
 
 namespace host {
 
@@ -35,6 +38,28 @@ std::optional<CpuTimes> readCpuTimes() {
     std::string line;
     if (!stat || !std::getline(stat, line)) return std::nullopt;
     return parseCpuTimes(line);
+}
+
+}  // namespace host
+
+namespace host {
+
+std::optional<double> processCpuSeconds(int pid) {
+    std::ifstream stat("/proc/" + std::to_string(pid) + "/stat");
+    std::string text;
+    if (!stat || !std::getline(stat, text)) return std::nullopt;
+    // The program name may hold blanks; the fields after it do not.
+    const auto close = text.rfind(')');
+    if (close == std::string::npos) return std::nullopt;
+    std::istringstream fields(text.substr(close + 2));
+    std::string field;
+    std::uint64_t utime = 0, stime = 0;
+    for (int i = 3; i <= 15 && fields >> field; ++i) {
+        if (i == 14) utime = std::stoull(field);
+        if (i == 15) stime = std::stoull(field);
+    }
+    if (!fields) return std::nullopt;
+    return static_cast<double>(utime + stime) / static_cast<double>(sysconf(_SC_CLK_TCK));
 }
 
 }  // namespace host

@@ -20,4 +20,8 @@ std::optional<CpuTimes> parseCpuTimes(std::string_view statLine);
 // The counters now; nullopt if the kernel's statistics cannot be read.
 std::optional<CpuTimes> readCpuTimes();
 
+// Processor time (user and system, all its threads, ended ones included) a
+// running process has used, in seconds; nullopt if it cannot be read.
+std::optional<double> processCpuSeconds(int pid);
+
 }  // namespace host

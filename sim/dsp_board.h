@@ -70,12 +70,12 @@ class SimDspBoard {
     SimDspBoard& operator=(const SimDspBoard&) = delete;
 
     // How long a status read that finds nothing changed since the caller's
-    // last read waits for a change: about the round trip of a USB control
-    // transfer (a few 125-us microframes plus the controller's turnaround),
-    // the cost each poll has on the unit. Short enough that a command the
-    // DSP finishes on its own clock is seen promptly; long enough that a
-    // host polling a hung DSP wakes only 2000 times a second.
-    static constexpr std::chrono::microseconds kStatusReadPace{500};
+    // last read waits for a change: about the round trip of one status read
+    // on the unit (a USB control transfer, one 1-ms bus frame). Short enough
+    // that a command the DSP finishes on its own clock is seen promptly;
+    // long enough that a host polling a hung DSP wakes only 1000 times a
+    // second. A changed block is answered at once.
+    static constexpr std::chrono::microseconds kStatusReadPace{1000};
 
     // ---- Driver side: one DeviceIoControl on an open handle of this board.
     // Answers true, or false with a system error code in `error`. `lastRead`
