@@ -32,7 +32,7 @@ bool endThread(HANDLE& thread, DWORD ms) {
 
 DialogCore::Environment DialogCore::Environment::unit() {
     Environment env;
-    env.threadCpuMs = [] { return host::currentThreadCpuMs(); };
+    env.cpuTimes = [] { return host::readCpuTimes(); };
     // current(), not instance(): the dialog never makes a controller, and
     // one that has been deleted has no sessions to show.
     env.anySessionActive = [] {
@@ -53,7 +53,7 @@ DialogCore::DialogCore(Environment environment)
 DialogCore::~DialogCore() {
     // On the unit these threads end with the process; here the dialog goes
     // first, so they are told to stop and given a moment to do so.
-    cpuLed_->stopping = true;
+    cpuLed_->stop();
     if (powerFail_) powerFail_->stop();
     endThread(cpuThread_, kThreadEndWaitMs);
     if (powerFail_ && endThread(powerFailThread_, kPowerFailEndWaitMs)) powerFail_->clearWake();
@@ -102,14 +102,16 @@ bool DialogCore::OnInitDialog(DialogControls& controls) {
 void DialogCore::startPowerFailThread() {
     host::ensureCoreLibrary();
     powerFail_ = std::make_shared<PowerFailHandler>(cpuLed_->env.stopController);
-    // Started at idle priority; the thread raises itself to real time.
+    // The thread raises itself to real time at once. It starts at the normal
+    // level rather than idle: Linux lets an unprivileged thread into the idle
+    // class but not out of it, and this one must end up the most urgent.
     powerFailThread_ = host::CreateThread(
         [handler = powerFail_]() mutable {
             const DWORD code = handler->PowerFailThread();
             handler.reset();
             return code;
         },
-        host::THREAD_PRIORITY_IDLE, "tovel-powerfail");
+        host::THREAD_PRIORITY_NORMAL, "tovel-powerfail");
 }
 
 bool DialogCore::WindowProc(UINT message, DialogControls& controls) {
@@ -128,11 +130,18 @@ void DialogCore::dispatchMessages(DialogControls& controls) {
     while (const auto message = messages_->take()) WindowProc(*message, controls);
 }
 
-int DialogCore::loadFromObtainedMs(DWORD obtainedMs) {
-    // The whole window obtained means an idle machine (0); nothing obtained
-    // means a busy one (100). More than the window (coarse clocks) counts as idle.
-    const DWORD obtained = std::min(obtainedMs, kWindowMs);
-    return static_cast<int>(kBarHigh - obtained * kBarHigh / kWindowMs);
+int DialogCore::loadBetween(const std::optional<host::CpuTimes>& start,
+                            const std::optional<host::CpuTimes>& end) {
+    // The machine's busy share over the window, from the kernel's counters
+    // for all cores together. The original measured how much time an
+    // idle-priority thread got by spinning, which costs a core here and
+    // reads near 0 on a multi-core host; the counters mean the same (higher
+    // is busier) without either.
+    if (!start || !end || end->total <= start->total || end->busy < start->busy) return kBarLow;
+    const std::uint64_t total = end->total - start->total;
+    const std::uint64_t busy = std::min(end->busy - start->busy, total);
+    const auto span = static_cast<std::uint64_t>(kBarHigh - kBarLow);
+    return kBarLow + static_cast<int>((busy * span + total / 2) / total);
 }
 
 LedStates DialogCore::ledStates() const {
@@ -204,23 +213,30 @@ void DialogCore::CpuLed::setUpLeds() {
 }
 
 void DialogCore::CpuLed::beginMeasuring() {
-    windowStartCpuMs = env.threadCpuMs();
+    windowStart = env.cpuTimes();
+}
+
+void DialogCore::CpuLed::stop() {
+    {
+        std::lock_guard<std::mutex> lock(stopLock);
+        stopping = true;
+    }
+    stopped.notify_all();
 }
 
 void DialogCore::CpuLed::pass() {
-    // At idle priority the thread gets processor time in this window only
-    // when nothing else wants it.
-    const DWORD start = host::GetTickCount();
-    while (host::GetTickCount() - start < kWindowMs)
-        if (stopping.load()) return;
+    {
+        // Asleep for the window: the counters measure the machine meanwhile.
+        std::unique_lock<std::mutex> lock(stopLock);
+        if (host::clock().waitFor(stopped, lock, kWindowMs, [this] { return stopping.load(); }))
+            return;
+    }
 
-    const std::uint64_t now = env.threadCpuMs();
-    // Differences on 32 bits, so a counter that wraps still gives the window.
-    const auto obtained = static_cast<DWORD>(now - windowStartCpuMs);
-    m_cpuUsage = loadFromObtainedMs(obtained);
+    const std::optional<host::CpuTimes> now = env.cpuTimes();
+    m_cpuUsage = loadBetween(windowStart, now);
     messages->post(kCpuUpdateMessage);
 
     const DWORD blinkMs = env.anySessionActive() ? kActiveBlinkMs : kIdleBlinkMs;
     if (frontPanel) frontPanel->setTimes(blinkMs, blinkMs);
-    windowStartCpuMs = now;
+    windowStart = now;
 }

@@ -9,10 +9,12 @@
 // the message and updates its controls (DialogControls) from the value stored
 // at that moment, so the latest value is what is shown.
 #include <atomic>
+#include <condition_variable>
 #include <cstdint>
 #include <functional>
 #include <memory>
 #include <mutex>
+#include <optional>
 #include <string>
 
 #include "app/window_messages.h"
@@ -20,6 +22,7 @@
 #include "device/led_blinker.h"
 #include "device/led_line.h"
 #include "device/power_fail.h"
+#include "platform/cpu_times.h"
 #include "platform/win_types.h"
 
 // The dialog's controls as its message handling updates them.
@@ -49,7 +52,7 @@ class DialogCore {
 
     static constexpr int kBarLow = 0;
     static constexpr int kBarHigh = 100;
-    static constexpr DWORD kWindowMs = 200;  // busy waiting per measuring pass
+    static constexpr DWORD kWindowMs = 200;  // one measuring pass
     static constexpr DWORD kGreenOffMs = 500;
     static constexpr DWORD kGreenOnMs = 250;
     static constexpr DWORD kFrontPanelMs = 500;   // off and on, as made
@@ -69,8 +72,8 @@ class DialogCore {
 
     // What the dialog reaches outside itself; tests replace parts of it.
     struct Environment {
-        // The calling thread's processor time (kernel and user), in ms.
-        std::function<std::uint64_t()> threadCpuMs;
+        // The machine's processor time counters; nullopt if unreadable.
+        std::function<std::optional<host::CpuTimes>()> cpuTimes;
         // Whether the controller exists and has an active client session.
         std::function<bool()> anySessionActive;
         // The LED on an output line; null if it cannot be had.
@@ -104,8 +107,9 @@ class DialogCore {
     void StatusMsg(std::wstring text);
 
     // The dialog's thread, once its controls exist: sets the bar's range,
-    // starts the CPU/LED thread at idle priority and, when the platform
-    // answer is exactly 1 (KTX), the power-fail thread. Answers true.
+    // starts the CPU/LED thread at idle priority (the one thread of the unit
+    // in the idle class) and, when the platform answer is exactly 1 (KTX),
+    // the power-fail thread. Answers true.
     bool OnInitDialog(DialogControls& controls);
     // Updates the controls for one of the two messages; false for any other.
     bool WindowProc(UINT message, DialogControls& controls);
@@ -115,16 +119,18 @@ class DialogCore {
 
     // The CPU/LED thread's parts, also run one by one by tests. setUpLeds()
     // makes and starts the blinkers of the platform; beginMeasuring() notes
-    // the thread's processor time; a pass busy-waits kWindowMs on the host
-    // clock, stores the load, posts the update message and sets the
-    // front-panel blink rate.
+    // the machine's processor time counters; a pass waits kWindowMs on the
+    // host clock (asleep), stores the load, posts the update message and sets
+    // the front-panel blink rate.
     void setUpLeds() { cpuLed_->setUpLeds(); }
     void beginMeasuring() { cpuLed_->beginMeasuring(); }
     void cpuMonitorPass() { cpuLed_->pass(); }
 
-    // The load shown for the processor time obtained in one window: the share
-    // of the window that the idle-priority thread did NOT get, in percent.
-    static int loadFromObtainedMs(DWORD obtainedMs);
+    // The load shown for one window: the share of the machine's processor
+    // time (all cores) spent busy between two readings, kBarLow..kBarHigh;
+    // kBarLow when either reading is missing or the counters went back.
+    static int loadBetween(const std::optional<host::CpuTimes>& start,
+                           const std::optional<host::CpuTimes>& end);
 
     int cpuUsage() const { return cpuLed_->m_cpuUsage.load(); }
     std::wstring statusText() const;
@@ -148,11 +154,16 @@ class DialogCore {
         void beginMeasuring();
         void pass();
 
+        // Ends a window at once; the thread then returns.
+        void stop();
+
         const Environment env;
         const std::shared_ptr<PostedMessages> messages;
         std::atomic<bool> stopping{false};
+        std::mutex stopLock;
+        std::condition_variable stopped;
         std::atomic<int> m_cpuUsage{0};
-        std::uint64_t windowStartCpuMs = 0;  // the measuring thread's own
+        std::optional<host::CpuTimes> windowStart;  // the measuring thread's own
 
         // Made once by the measuring thread; lines before blinkers, so that
         // the blinkers (and their threads) end first.

@@ -50,8 +50,8 @@ constexpr std::size_t kWindowBatches = 4;
 constexpr int kStreamRounds = 2;
 constexpr double kStreamRoundSeconds = 1.0;
 
-constexpr double kRateTarget = 0.8;
-constexpr double kP99Target = 2.0;
+constexpr double kRateTarget = 0.9;
+constexpr double kP99Target = 1.5;
 
 // Commands outside the firmware's table: the DSP completes them without a reply.
 constexpr std::uint8_t kStreamOpcodeLarge = 0x55;

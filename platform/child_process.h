@@ -24,7 +24,7 @@ class ChildProcess {
     ChildProcess& operator=(const ChildProcess&) = delete;
 
     bool started() const { return pid_ > 0; }
-    // The child's process id (for samplers such as host::sampleProcess).
+    // The child's process id (for measuring it), -1 if it did not start.
     int pid() const { return pid_; }
     // The exit code once the child has ended within `limit`, else nullopt.
     // A child ended by a signal answers 128 + the signal number, as shells do.

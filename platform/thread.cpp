@@ -6,13 +6,22 @@
 #include <sys/syscall.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <atomic>
+#include <cerrno>
+#include <condition_variable>
 #include <ctime>
 #include <memory>
+#include <mutex>
+#include <set>
 #include <system_error>
 #include <thread>
 
+#include "platform/debug_out.h"
 #include "platform/last_error.h"
+#include "platform/no_destructor.h"
+#include "platform/scheduling.h"
+#include "platform/text.h"
 #include "platform/waitable.h"
 
 namespace host {
@@ -49,24 +58,138 @@ std::shared_ptr<ThreadObject> threadOf(HANDLE h) {
     return t;
 }
 
-// Relative levels on Linux, best effort: the idle level gets SCHED_IDLE (the
-// thread runs only when nothing else wants the CPU); the others keep the
-// normal policy with a nice value around the process's own. Raising a
-// thread above normal needs privileges and is otherwise only recorded.
-void applyPriority(ThreadObject& t, int level) {
-    pid_t tid = t.tid.load();
-    if (tid == 0) return;
-    sched_param param{};
-    if (level >= THREAD_PRIORITY_IDLE) {
-        pthread_setschedparam(t.native, SCHED_IDLE, &param);
-        return;
+// Starts every thread from one thread of its own that keeps the process's
+// scheduling as it was at start. A Linux thread inherits its creator's
+// scheduling, and an unprivileged one may neither leave the idle class nor
+// become more urgent than it is; started from here, each thread begins at the
+// process's own and moves only to its own level, whichever thread asked.
+class ThreadStarter {
+  public:
+    ThreadStarter() {
+        try {
+            std::thread([this] { serve(); }).detach();
+            running_ = true;
+        } catch (const std::system_error&) {
+            // No starter: threads start from their creators, as Linux does.
+        }
     }
-    int policy = 0;
-    sched_param current{};
-    if (pthread_getschedparam(t.native, &policy, &current) == 0 && policy != SCHED_OTHER)
-        pthread_setschedparam(t.native, SCHED_OTHER, &param);
-    setpriority(PRIO_PROCESS, static_cast<id_t>(tid), (level - THREAD_PRIORITY_NORMAL) * 2);
+
+    // Runs `launch` on the starter's thread and waits for it.
+    void run(const std::function<void()>& launch) {
+        if (!running_) {
+            launch();
+            return;
+        }
+        std::lock_guard<std::mutex> one(callers_);
+        std::unique_lock<std::mutex> lock(mutex_);
+        job_ = &launch;
+        done_ = false;
+        cv_.notify_all();
+        cv_.wait(lock, [this] { return done_; });
+    }
+
+  private:
+    void serve() {
+        pthread_setname_np(pthread_self(), "thread-starter");
+        std::unique_lock<std::mutex> lock(mutex_);
+        for (;;) {
+            cv_.wait(lock, [this] { return job_ != nullptr; });
+            const std::function<void()>* job = job_;
+            job_ = nullptr;
+            lock.unlock();
+            (*job)();
+            lock.lock();
+            done_ = true;
+            cv_.notify_all();
+        }
+    }
+
+    bool running_ = false;
+    std::mutex callers_;
+    std::mutex mutex_;
+    std::condition_variable cv_;
+    const std::function<void()>* job_ = nullptr;
+    bool done_ = false;
+};
+
+// The process's nice value at start: relative levels sit around it.
+int baseNice() {
+    static const int nice = [] {
+        errno = 0;
+        const int value = getpriority(PRIO_PROCESS, 0);
+        return errno == 0 ? value : 0;
+    }();
+    return nice;
 }
+
+ThreadStarter& starter() {
+    static NoDestructor<ThreadStarter> instance;
+    return *instance;
+}
+
+// Made while the process starts, on its first thread, so that the starter
+// has the process's own scheduling.
+[[maybe_unused]] const bool kStarterReady = (baseNice(), starter(), true);
+
+SchedulingCalls kernelCalls(const ThreadObject& t) {
+    const pthread_t native = t.native;
+    const auto tid = static_cast<id_t>(t.tid.load());
+    SchedulingCalls calls;
+    calls.setClass = [native](const Scheduling& s) {
+        sched_param param{};
+        int policy = SCHED_OTHER;
+        if (s.cls == SchedClass::Idle) policy = SCHED_IDLE;
+        if (s.cls == SchedClass::RealTime) {
+            policy = SCHED_FIFO;
+            param.sched_priority = s.rtPriority;
+        }
+        return pthread_setschedparam(native, policy, &param) == 0;
+    };
+    calls.setNice = [tid](int nice) { return setpriority(PRIO_PROCESS, tid, nice) == 0; };
+    calls.nice = [tid] {
+        errno = 0;
+        const int nice = getpriority(PRIO_PROCESS, tid);
+        return errno == 0 ? nice : 0;
+    };
+    calls.lowestNiceAllowed = [] {
+        // The kernel lets a thread lower its nice value to 20 - RLIMIT_NICE.
+        rlimit limit{};
+        if (getrlimit(RLIMIT_NICE, &limit) != 0) return 0;
+        if (limit.rlim_cur == RLIM_INFINITY) return -20;
+        return std::max(-20, 20 - static_cast<int>(std::min<rlim_t>(limit.rlim_cur, 40)));
+    };
+    return calls;
+}
+
+// Says on the debug output, once per thread name and priority, which
+// priority a thread could not get.
+void reportMissed(const wchar_t* origin, const ThreadObject& t, const Scheduling& wanted,
+                  const Scheduling& got) {
+    char name[16] = {};
+    pthread_getname_np(t.native, name, sizeof name);
+    const std::wstring wantedText = describeScheduling(wanted);
+    static NoDestructor<std::mutex> lock;
+    static NoDestructor<std::set<std::wstring>> reported;
+    {
+        std::lock_guard<std::mutex> guard(*lock);
+        if (!reported->insert(wformat(L"%S|%s", name, wantedText.c_str())).second) return;
+    }
+    NKDbgPrintfW(L"%s %S: could not get %s (not permitted); it runs with %s\n", origin, name,
+                 wantedText.c_str(), describeScheduling(got).c_str());
+}
+
+void applyScheduling(const wchar_t* origin, ThreadObject& t, const Scheduling& wanted) {
+    if (t.tid.load() == 0) return;
+    const Scheduling got = applyScheduling(kernelCalls(t), wanted);
+    if (!(got == wanted)) reportMissed(origin, t, wanted, got);
+}
+
+void applyPriority(const wchar_t* origin, ThreadObject& t, int level) {
+    applyScheduling(origin, t, schedulingForLevel(level, baseNice()));
+}
+
+void launchThread(std::shared_ptr<ThreadObject> object, std::function<DWORD()> body,
+                  const std::string& name, std::shared_ptr<std::atomic<bool>> started);
 
 }  // namespace
 
@@ -76,29 +199,15 @@ HANDLE CreateThread(std::function<DWORD()> body, int priority, const std::string
     HANDLE h = addHandle(object);
     // Wait until the thread has recorded its ids, so its priority can be set at once.
     auto started = std::make_shared<std::atomic<bool>>(false);
-    try {
-        std::thread thread([object, body = std::move(body), name, started]() mutable {
-            tlsSelf = object;
-            object->tid = static_cast<pid_t>(::syscall(SYS_gettid));
-            object->native = pthread_self();
-            if (!name.empty()) pthread_setname_np(pthread_self(), name.substr(0, 15).c_str());
-            applyPriority(*object, object->priority.load());
-            started->store(true);
-            started->notify_one();
-            DWORD code = 0;
-            try {
-                code = body();
-            } catch (...) {
-                code = 0xE06D7363;  // an exception escaped the thread body
-            }
-            if (!object->abandoned.load()) {
-                object->exitCode = code;
-                object->signal();
-            }
-            tlsSelf.reset();
-        });
-        thread.detach();
-    } catch (const std::system_error&) {
+    bool launched = false;
+    starter().run([&] {
+        try {
+            launchThread(object, std::move(body), name, started);
+            launched = true;
+        } catch (const std::system_error&) {
+        }
+    });
+    if (!launched) {
         CloseHandle(h);
         SetLastError(ERROR_NOT_ENOUGH_MEMORY);
         return NULL_HANDLE;
@@ -106,6 +215,35 @@ HANDLE CreateThread(std::function<DWORD()> body, int priority, const std::string
     started->wait(false);
     return h;
 }
+
+namespace {
+
+void launchThread(std::shared_ptr<ThreadObject> object, std::function<DWORD()> body,
+                  const std::string& name, std::shared_ptr<std::atomic<bool>> started) {
+    std::thread thread([object, body = std::move(body), name, started]() mutable {
+        tlsSelf = object;
+        object->tid = static_cast<pid_t>(::syscall(SYS_gettid));
+        object->native = pthread_self();
+        if (!name.empty()) pthread_setname_np(pthread_self(), name.substr(0, 15).c_str());
+        applyPriority(L"host::CreateThread", *object, object->priority.load());
+        started->store(true);
+        started->notify_one();
+        DWORD code = 0;
+        try {
+            code = body();
+        } catch (...) {
+            code = 0xE06D7363;  // an exception escaped the thread body
+        }
+        if (!object->abandoned.load()) {
+            object->exitCode = code;
+            object->signal();
+        }
+        tlsSelf.reset();
+    });
+    thread.detach();
+}
+
+}  // namespace
 
 BOOL SetThreadPriority(HANDLE thread, int level) {
     auto t = threadOf(thread);
@@ -116,7 +254,7 @@ BOOL SetThreadPriority(HANDLE thread, int level) {
     }
     t->priority = level;
     t->rtPriority = 248 + level;
-    applyPriority(*t, level);
+    applyPriority(L"host::SetThreadPriority", *t, level);
     return TRUE_;
 }
 
@@ -135,16 +273,11 @@ BOOL CeSetThreadPriority(HANDLE thread, int level) {
     t->rtPriority = level;
     if (level < 248) {
         // Real-time levels above every relative level: SCHED_FIFO when the
-        // process may use it (0 is the highest level, 99 Linux's highest).
-        sched_param param{};
-        param.sched_priority = 99 - level * 98 / 247;
-        // Without the right to real-time scheduling the thread still leaves
-        // any idle class and runs as urgently as this process may ask.
-        if (pthread_setschedparam(t->native, SCHED_FIFO, &param) != 0)
-            applyPriority(*t, THREAD_PRIORITY_TIME_CRITICAL);
+        // process may use it; otherwise the most urgent the process may ask.
+        applyScheduling(L"host::CeSetThreadPriority", *t, schedulingForRealTimeLevel(level));
     } else {
         t->priority = level - 248;
-        applyPriority(*t, level - 248);
+        applyPriority(L"host::CeSetThreadPriority", *t, level - 248);
     }
     return TRUE_;
 }

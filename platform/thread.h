@@ -17,8 +17,13 @@ inline constexpr int THREAD_PRIORITY_LOWEST = 5;
 inline constexpr int THREAD_PRIORITY_ABOVE_IDLE = 6;
 inline constexpr int THREAD_PRIORITY_IDLE = 7;
 
-// Starts `body` in a new thread at a relative priority (best effort on Linux:
-// the level is recorded and the idle level maps to SCHED_IDLE). The handle is
+// Starts `body` in a new thread at a relative priority: the idle level is
+// Linux's idle class, the others the normal class with two nice steps per
+// level around the process's own. The thread starts from the process's own
+// scheduling whichever thread asks, so it never inherits its creator's. A
+// priority the process may not have (more urgent than its limit, or out of
+// the idle class without privileges) gives the best it may have, and the
+// debug output says so once per thread name and priority. The handle is
 // signalled when the body returns; the thread's exit code is what the body
 // returns. NULL with the last error set if the thread cannot be started.
 HANDLE CreateThread(std::function<DWORD()> body, int priority = THREAD_PRIORITY_NORMAL,
@@ -27,7 +32,8 @@ HANDLE CreateThread(std::function<DWORD()> body, int priority = THREAD_PRIORITY_
 BOOL SetThreadPriority(HANDLE thread, int level);
 int GetThreadPriority(HANDLE thread);
 // Real-time level 0 (highest) .. 255 of the original's scale. Linux gets
-// SCHED_FIFO when the process may use it, otherwise the level is only recorded.
+// SCHED_FIFO when the process may use it, otherwise the normal class at the
+// most urgent nice value the process may use (said once on the debug output).
 BOOL CeSetThreadPriority(HANDLE thread, int level);
 int CeGetThreadPriority(HANDLE thread);
 

@@ -38,7 +38,7 @@ SimDspBoard::SimDspBoard(BoardSpec spec)
 // ---- Driver side --------------------------------------------------------
 
 bool SimDspBoard::transfer(DWORD code, void* in, DWORD inSize, void* out, DWORD outSize,
-                           DWORD* returned, DWORD& error) {
+                           DWORD* returned, DWORD& error, std::optional<StatusBlock>* lastRead) {
     DWORD latency = 0;
     {
         std::lock_guard lock(mutex_);
@@ -50,7 +50,7 @@ bool SimDspBoard::transfer(DWORD code, void* in, DWORD inSize, void* out, DWORD 
     }
     if (latency) host::Sleep(latency);
 
-    std::lock_guard lock(mutex_);
+    std::unique_lock lock(mutex_);
     if (!attached_) {  // unplugged while the transfer was on its way
         error = ERROR_DEVICE_NOT_CONNECTED;
         return false;
@@ -65,6 +65,14 @@ bool SimDspBoard::transfer(DWORD code, void* in, DWORD inSize, void* out, DWORD 
     switch (code) {
         case kIoctlGetStatus:
             if (!inBytes || inSize == 0) break;
+            if (lastRead && *lastRead && latency == 0) {
+                waitForStatusChange(lock, **lastRead);
+                if (!attached_) {  // unplugged while the read waited
+                    error = ERROR_DEVICE_NOT_CONNECTED;
+                    return false;
+                }
+            }
+            if (lastRead) *lastRead = buildStatusBlock();
             getStatus(inBytes, inSize, returned);
             return true;
         case kIoctlSendData: {
@@ -73,12 +81,14 @@ bool SimDspBoard::transfer(DWORD code, void* in, DWORD inSize, void* out, DWORD 
             if ((!out && outSize) || (outSize == 0 && in && inSize) || outSize > kMaxTransferSize)
                 break;
             takeFrame({static_cast<const BYTE*>(out), outSize});
+            changed();
             if (returned) *returned = outSize;
             return true;
         }
         case kIoctlGetData:
             if (!inBytes || inSize == 0) break;
             getData(inBytes, inSize, returned);
+            changed();
             return true;
         default:
             error = ERROR_NOT_SUPPORTED;
@@ -86,6 +96,28 @@ bool SimDspBoard::transfer(DWORD code, void* in, DWORD inSize, void* out, DWORD 
     }
     error = ERROR_INVALID_PARAMETER;
     return false;
+}
+
+void SimDspBoard::waitForStatusChange(std::unique_lock<std::mutex>& lock, const StatusBlock& seen) {
+    using std::chrono::steady_clock;
+    // Real time, whatever the host clock: the pace stands for the bus's own
+    // cost, not for protocol time.
+    const auto deadline = steady_clock::now() + statusReadPace_;
+    // Changes that come with time (an ack window ending, a program starting)
+    // are not announced, so the wait looks again at least this often.
+    constexpr auto kSettleEvery = std::chrono::milliseconds(1);
+    bool counted = false;
+    for (;;) {
+        settle();
+        if (!attached_ || buildStatusBlock() != seen) return;
+        const auto now = steady_clock::now();
+        if (now >= deadline) return;
+        if (!counted) {
+            ++pacedStatusReads_;
+            counted = true;
+        }
+        changed_.wait_until(lock, std::min(deadline, now + kSettleEvery));
+    }
 }
 
 void SimDspBoard::getStatus(BYTE* buffer, DWORD size, DWORD* returned) {
@@ -355,27 +387,42 @@ unsigned SimDspBoard::bootCount() const {
     return bootCount_;
 }
 
+unsigned SimDspBoard::pacedStatusReads() const {
+    std::lock_guard lock(mutex_);
+    return pacedStatusReads_;
+}
+
 // ---- Settings -------------------------------------------------------------
 
 void SimDspBoard::setAckTime(DWORD ms) {
     std::lock_guard lock(mutex_);
     ackTimeMs_ = ms;
+    changed();
 }
 
 void SimDspBoard::setBootDelay(DWORD ms) {
     std::lock_guard lock(mutex_);
     bootDelayMs_ = ms;
+    changed();
 }
 
 void SimDspBoard::setAckNumbering(AckNumbering numbering) {
     std::lock_guard lock(mutex_);
     ackNumbering_ = numbering;
+    changed();
 }
 
 void SimDspBoard::setStatusDetail(std::span<const BYTE> bytes) {
     std::lock_guard lock(mutex_);
     statusDetail_.fill(0);
     std::copy_n(bytes.begin(), std::min(bytes.size(), statusDetail_.size()), statusDetail_.begin());
+    changed();
+}
+
+void SimDspBoard::setStatusReadPace(std::chrono::microseconds pace) {
+    std::lock_guard lock(mutex_);
+    statusReadPace_ = pace;
+    changed();
 }
 
 void SimDspBoard::setReplyRules(std::vector<ReplyRule> rules) {
@@ -394,22 +441,26 @@ void SimDspBoard::failNextTransfers(unsigned count, DWORD error) {
     std::lock_guard lock(mutex_);
     faults_.failTransfers = count;
     faults_.failError = error;
+    changed();
 }
 
 void SimDspBoard::reportState(BYTE state) {
     std::lock_guard lock(mutex_);
     faults_.reportedState = state;
+    changed();
 }
 
 void SimDspBoard::clearReportedState() {
     std::lock_guard lock(mutex_);
     faults_.reportedState.reset();
+    changed();
 }
 
 void SimDspBoard::freeze(bool frozen) {
     std::lock_guard lock(mutex_);
     if (!frozen && faults_.frozen && pending_) pending_->since = host::GetTickCount();
     faults_.frozen = frozen;
+    changed();
 }
 
 void SimDspBoard::mixUp(MixUp how, unsigned count) {
@@ -417,17 +468,20 @@ void SimDspBoard::mixUp(MixUp how, unsigned count) {
     faults_.mixUp = how;
     faults_.mixUpCount = count;
     if (count == 0) faults_.mixUp.reset();
+    changed();
 }
 
 void SimDspBoard::setTransferLatency(DWORD ms) {
     std::lock_guard lock(mutex_);
     faults_.latencyMs = ms;
+    changed();
 }
 
 void SimDspBoard::clearFaults() {
     std::lock_guard lock(mutex_);
     if (faults_.frozen && pending_) pending_->since = host::GetTickCount();
     faults_ = {};
+    changed();
 }
 
 FaultSettings SimDspBoard::faults() const {
@@ -445,6 +499,7 @@ bool SimDspBoard::attached() const {
 void SimDspBoard::markDetached() {
     std::lock_guard lock(mutex_);
     attached_ = false;
+    changed();
 }
 
 bool SimDspBoard::tryHold() {

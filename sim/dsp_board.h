@@ -9,8 +9,15 @@
 // so a test under host::ManualClock decides when time moves. Time-dependent
 // state settles lazily whenever the board is asked or driven.
 //
+// Status reads take time like the hardware's: a read through a handle that
+// sees the same block as that handle's last read waits for the board's next
+// change, at most kStatusReadPace (see there), so a host polling a board that
+// stands still does not spin.
+//
 // Thread-safe: every operation takes the board's own lock.
 #include <array>
+#include <chrono>
+#include <condition_variable>
 #include <cstdint>
 #include <deque>
 #include <mutex>
@@ -78,10 +85,20 @@ class SimDspBoard {
     SimDspBoard(const SimDspBoard&) = delete;
     SimDspBoard& operator=(const SimDspBoard&) = delete;
 
+    // How long a status read that finds nothing changed since the caller's
+    // last read waits for a change: about the round trip of one status read
+    // on the unit (a USB control transfer, one 1-ms bus frame). Short enough
+    // that a command the DSP finishes on its own clock is seen promptly;
+    // long enough that a host polling a hung DSP wakes only 1000 times a
+    // second. A changed block is answered at once.
+    static constexpr std::chrono::microseconds kStatusReadPace{1000};
+
     // ---- Driver side: one DeviceIoControl on an open handle of this board.
-    // Answers true, or false with a system error code in `error`.
+    // Answers true, or false with a system error code in `error`. `lastRead`
+    // is the caller's own record of the last status block it read (null: no
+    // pacing); a board with a transfer latency is not paced on top of it.
     bool transfer(DWORD code, void* in, DWORD inSize, void* out, DWORD outSize, DWORD* returned,
-                  DWORD& error);
+                  DWORD& error, std::optional<StatusBlock>* lastRead = nullptr);
 
     // ---- Identity and observation.
     BoardKind kind() const { return kind_; }
@@ -110,6 +127,8 @@ class SimDspBoard {
     unsigned commandsIgnored() const;
     // Image-end frames seen (program starts).
     unsigned bootCount() const;
+    // Status reads that found nothing changed and waited, since attach.
+    unsigned pacedStatusReads() const;
 
     // ---- Behaviour settings.
     void setAckTime(DWORD ms);
@@ -121,6 +140,9 @@ class SimDspBoard {
     // Replaces the board's reply rules (none by default).
     void setReplyRules(std::vector<ReplyRule> rules);
     std::vector<ReplyRule> replyRules() const;
+    // The longest wait of an unchanged status read (tests: a long pace shows
+    // what wakes it; zero: no pacing).
+    void setStatusReadPace(std::chrono::microseconds pace);
 
     // ---- Fault injection.
     // The next `count` transfers fail with `error` (31, 1167, 6, ...).
@@ -158,6 +180,11 @@ class SimDspBoard {
         DWORD holdMs = 0;  // a reply rule's delay, on top of the ack time
     };
 
+    // Wakes paced status reads; every operation that may change the block calls it.
+    void changed() { changed_.notify_all(); }
+    // With the lock held: waits until the block differs from `seen`, the
+    // board goes away, or the pace has passed.
+    void waitForStatusChange(std::unique_lock<std::mutex>& lock, const StatusBlock& seen);
     void settle();
     void complete();
     BYTE stateNow() const;
@@ -173,6 +200,9 @@ class SimDspBoard {
     void getData(BYTE* buffer, DWORD size, DWORD* returned);
 
     mutable std::mutex mutex_;
+    std::condition_variable changed_;
+    std::chrono::microseconds statusReadPace_ = kStatusReadPace;
+    unsigned pacedStatusReads_ = 0;
     const BoardKind kind_;
     BoardDetail detail_;
     const ProgramVersion defaultVersion_;

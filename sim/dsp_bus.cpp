@@ -1,6 +1,7 @@
 #include "sim/dsp_bus.h"
 
 #include <atomic>
+#include <optional>
 
 namespace sim {
 namespace {
@@ -17,7 +18,7 @@ class BoardHandle final : public host::DeviceInstance {
             error = ERROR_INVALID_HANDLE;
             return false;
         }
-        return board_->transfer(code, in, inSize, out, outSize, returned, error);
+        return board_->transfer(code, in, inSize, out, outSize, returned, error, &lastStatus_);
     }
 
     void close() override {
@@ -27,6 +28,9 @@ class BoardHandle final : public host::DeviceInstance {
   private:
     std::shared_ptr<SimDspBoard> board_;
     std::atomic<bool> closed_{false};
+    // The last status block this handle read, for the board's paced reads;
+    // touched only under the board's lock.
+    std::optional<StatusBlock> lastStatus_;
 };
 
 bool validSlot(int slot) {

@@ -41,7 +41,10 @@
 // without sleeping; under a ManualClock in its Advance mode virtual time then
 // moves only through sleeps, so give a board a transfer latency (e.g. 1 ms)
 // whenever a test needs time to pass during a wait (ack windows, a hung DSP,
-// boot delays watched by polling).
+// boot delays watched by polling). A status read through a handle that
+// finds the block as that handle last read it waits for the board's next
+// change, at most SimDspBoard::kStatusReadPace of real time (not with a
+// transfer latency), so a host polling a board that stands still does not spin.
 #include <array>
 #include <memory>
 #include <mutex>

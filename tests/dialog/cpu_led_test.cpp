@@ -86,7 +86,7 @@ TEST_F(DialogTest, TheLedsBlinkOnTheSimulatedDigitalOutputs) {
     onVbq();
     auto dio = sim::installDioBlock();
     auto env = DialogCore::Environment::unit();
-    env.threadCpuMs = [this] { return cpuMs_.load(); };
+    env.cpuTimes = fakeEnvironment().cpuTimes;
     DialogCore core(env);
     core.setUpLeds();
     // Lines 19, 14 and 15 are outputs now, all dark to begin with.
@@ -111,61 +111,71 @@ TEST_F(DialogTest, TheLedsBlinkOnTheSimulatedDigitalOutputs) {
 
 // ---- The load value.
 
-TEST(LoadValue, WholeWindowIsIdleNothingIsBusy) {
-    EXPECT_EQ(DialogCore::loadFromObtainedMs(200), 0);
-    EXPECT_EQ(DialogCore::loadFromObtainedMs(0), 100);
-    EXPECT_EQ(DialogCore::loadFromObtainedMs(100), 50);
-    EXPECT_EQ(DialogCore::loadFromObtainedMs(150), 25);
-    EXPECT_EQ(DialogCore::loadFromObtainedMs(1), 100);  // truncated towards busy
-    EXPECT_EQ(DialogCore::loadFromObtainedMs(230), 0);  // a coarse clock's overshoot
+TEST(LoadValue, IsTheMachinesBusyShareBetweenTwoReadings) {
+    using host::CpuTimes;
+    struct Case {
+        const char* what;
+        std::optional<CpuTimes> start, end;
+        int load;
+    };
+    const Case cases[] = {
+        {"idle machine", CpuTimes{100, 1000}, CpuTimes{100, 1040}, 0},
+        {"every core busy", CpuTimes{100, 1000}, CpuTimes{140, 1040}, 100},
+        {"one core of two busy", CpuTimes{100, 1000}, CpuTimes{120, 1040}, 50},
+        {"rounded to the nearest", CpuTimes{0, 0}, CpuTimes{1, 3}, 33},
+        {"rounded up", CpuTimes{0, 0}, CpuTimes{2, 3}, 67},
+        {"no tick in the window", CpuTimes{5, 10}, CpuTimes{5, 10}, 0},
+        {"counters went back", CpuTimes{50, 1000}, CpuTimes{10, 900}, 0},
+        {"busy beyond total is capped", CpuTimes{0, 0}, CpuTimes{50, 40}, 100},
+        {"no first reading", std::nullopt, CpuTimes{10, 20}, 0},
+        {"no second reading", CpuTimes{10, 20}, std::nullopt, 0},
+        {"beyond 32 bits", CpuTimes{0xFFFFFFF0ull, 0x1FFFFFFF0ull},
+         CpuTimes{0x100000010ull, 0x200000030ull}, 50},
+    };
+    for (const auto& c : cases) {
+        SCOPED_TRACE(c.what);
+        EXPECT_EQ(DialogCore::loadBetween(c.start, c.end), c.load);
+    }
 }
 
 class MeasuringPass : public DialogTest {
   protected:
-    // One pass in which the thread obtains `obtainedMs` of processor time;
-    // answers the virtual time the pass took.
-    DWORD passObtaining(DialogCore& core, std::uint64_t obtainedMs) {
+    // One pass in which the machine spends `busy` of `total` counter ticks
+    // busy; answers the virtual time the pass took.
+    DWORD passWith(DialogCore& core, std::uint64_t busy, std::uint64_t total = 40) {
         const DWORD start = time_->tickCount();
         {
             ClockDriver driver(time_);
-            cpuMs_ += obtainedMs;  // what the thread "gets" while it spins
+            busyTicks_ += busy;
+            totalTicks_ += total;
             core.cpuMonitorPass();
         }
         return time_->tickCount() - start;
     }
 };
 
-TEST_F(MeasuringPass, IdleMachineShowsZeroAndBusyMachineShowsAHundred) {
+TEST_F(MeasuringPass, EachPassShowsTheLoadOfItsWindow) {
     onKtx();
-    cpuMs_ = 123456;
+    busyTicks_ = 5000;
+    totalTicks_ = 123456;
     DialogCore core(fakeEnvironment());
     RecordingControls controls;
     core.setUpLeds();
     core.beginMeasuring();
 
-    EXPECT_GE(passObtaining(core, 200), 200u);  // the window runs on the host clock
+    EXPECT_GE(passWith(core, 0), 200u);  // the window runs on the host clock
     EXPECT_EQ(core.cpuUsage(), 0);
     core.dispatchMessages(controls);
     ASSERT_EQ(controls.positions.size(), 1u);
     EXPECT_EQ(controls.positions.back(), 0);
 
-    passObtaining(core, 0);
+    passWith(core, 40);
     EXPECT_EQ(core.cpuUsage(), 100);
-    passObtaining(core, 60);
+    passWith(core, 28);
     EXPECT_EQ(core.cpuUsage(), 70);
     core.dispatchMessages(controls);
     // The bar shows the value stored when the message is handled.
     EXPECT_EQ(controls.positions.back(), 70);
-}
-
-TEST_F(MeasuringPass, ProcessorTimeThatWrapsItsLow32BitsStillMeasures) {
-    onKtx();
-    cpuMs_ = 0xFFFFFFFFull - 50;
-    DialogCore core(fakeEnvironment());
-    core.setUpLeds();
-    core.beginMeasuring();
-    passObtaining(core, 100);
-    EXPECT_EQ(core.cpuUsage(), 50);
 }
 
 // ---- The front-panel blink rate.
@@ -178,18 +188,18 @@ TEST_F(MeasuringPass, FrontPanelBlinksFasterWhileASessionIsActive) {
     const DualLedBlinker* frontPanel = core.frontPanelBlinker();
     ASSERT_NE(frontPanel, nullptr);
 
-    passObtaining(core, 200);
+    passWith(core, 0);
     EXPECT_EQ(frontPanel->offTime(), 500u);
     EXPECT_EQ(frontPanel->onTime(), 500u);
 
     sessionActive_ = true;
-    passObtaining(core, 200);
+    passWith(core, 0);
     EXPECT_EQ(frontPanel->offTime(), 200u);
     EXPECT_EQ(frontPanel->onTime(), 200u);
 
     // Within one pass of the last session becoming done or hung.
     sessionActive_ = false;
-    passObtaining(core, 200);
+    passWith(core, 0);
     EXPECT_EQ(frontPanel->offTime(), 500u);
     EXPECT_EQ(frontPanel->onTime(), 500u);
     EXPECT_EQ(frontPanel->mode(), 6);
@@ -202,14 +212,14 @@ TEST_F(MeasuringPass, TheUnitsSessionTestNeitherMakesNorNeedsAController) {
     DialogCore core(env);
     core.setUpLeds();
     core.beginMeasuring();
-    passObtaining(core, 200);
+    passWith(core, 0);
     EXPECT_EQ(TovelCtlr::current(), nullptr);
     EXPECT_EQ(core.frontPanelBlinker()->onTime(), 500u);
 
     // A controller without sessions: still the idle rate.
     TovelCtlr* ctlr = TovelCtlr::createInstance(TovelCtlr::ThreadSet::none());
     ASSERT_NE(ctlr, nullptr);
-    passObtaining(core, 200);
+    passWith(core, 0);
     EXPECT_EQ(core.frontPanelBlinker()->onTime(), 500u);
     TovelCtlr::deleteInstance();
 }
@@ -234,7 +244,7 @@ TEST_F(DialogTest, InitialisationSetsTheRangeAndStartsTheThreadAtIdlePriority) {
     }
     core.dispatchMessages(controls);
     ASSERT_FALSE(controls.positions.empty());
-    EXPECT_EQ(controls.positions.back(), 100);  // the stand-in time source never moves: busy
+    EXPECT_EQ(controls.positions.back(), 0);  // the stand-in counters never move: no load
 }
 
 TEST_F(DialogTest, ADialogEndingWhileItsThreadIsHeldLeavesTheThreadToEndLater) {

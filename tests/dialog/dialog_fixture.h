@@ -138,7 +138,7 @@ class DialogTest : public ::testing::Test {
     // An environment with stand-in LEDs, an idle machine and no controller.
     DialogCore::Environment fakeEnvironment() {
         DialogCore::Environment env;
-        env.threadCpuMs = [this] { return cpuMs_.load(); };
+        env.cpuTimes = [this] { return host::CpuTimes{busyTicks_.load(), totalTicks_.load()}; };
         env.anySessionActive = [this] { return sessionActive_.load(); };
         env.makeLedLine = [this](int line) { return leds_.make(line); };
         env.stopController = [this] { ++controllerStops_; };
@@ -156,7 +156,9 @@ class DialogTest : public ::testing::Test {
     host::ScopedClock scopedClock_{time_};
     testing_support::DebugCapture debug_;
     FakeLeds leds_;
-    std::atomic<std::uint64_t> cpuMs_{0};
+    // The machine's processor time counters as the stand-in reports them.
+    std::atomic<std::uint64_t> busyTicks_{0};
+    std::atomic<std::uint64_t> totalTicks_{0};
     std::atomic<bool> sessionActive_{false};
     std::atomic<int> controllerStops_{0};
     std::atomic<int> exitCode_{0};
