@@ -10,9 +10,11 @@
 
 #include "app/headless_display.h"
 #include "app/headless_tovel_dlg.h"
+#include "app/panel_readout.h"
 #include "app/tovel_app.h"
 #include "app/tovel_dlg.h"
 #include "boards/usb_ctlr.h"
+#include "device/platform_id.h"
 #include "platform/debug_out.h"
 #include "platform/files.h"
 #include "platform/line_server.h"
@@ -133,6 +135,9 @@ int run(int argc, char** argv) {
     // without it if the socket cannot be made. It belongs to the simulated
     // hardware: a unit on real drivers has nothing here to drive.
     sim::SimConsole console(bus, dio, knobCounter);
+    console.setPanelHooks({.leds = &ledsReport, .cpu = &cpuReport, .powerFailHandled = [] {
+                               return getPlatform() == PlatformKtx;
+                           }});
     host::LineServer control;
     std::string controlError;
     if (!control.start(

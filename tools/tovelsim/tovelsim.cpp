@@ -22,7 +22,9 @@ constexpr const char* kCommands = R"(Commands:
   fault SLOT clear             remove the board's faults
   powerfail                    raise the power-fail line (17) of DIO1:
   knob DELTA                   turn the front-panel knob by DELTA counts
-  watchdog                     the watchdog: armed, interval, time since the last service)";
+  watchdog                     the watchdog: armed, interval, time since the last service
+  leds                         each LED: mode, output line, lit now, blink on/off times
+  cpu                          the load figure that the status window's bar shows)";
 
 }  // namespace
 
