@@ -3,6 +3,7 @@
 #include <CLI/CLI.hpp>
 
 #include <cstdio>
+#include <cstdlib>
 #include <iostream>
 #include <memory>
 #include <string>
@@ -66,6 +67,9 @@ int fail(int code, const std::string& message) {
 
 int run(int argc, char** argv) {
     Options options;
+    // The unit root of a shell that works with one unit (the front-panel
+    // library and tovelsim look there too); --root overrides it.
+    if (const char* root = std::getenv("TOVEL_ROOT"); root && *root) options.root = root;
     CLI::App cli{"Tovel: the test instrument's controller, with simulated DSP boards", "tovel"};
     cli.add_option("--root", options.root, "The unit's file system (created when new)")
         ->capture_default_str();

@@ -1,6 +1,7 @@
 // tovelsim: drives the simulated hardware of a running `tovel` through the
 // control channel in its unit root (<root>/sim.sock).
 #include <CLI/CLI.hpp>
+#include <cstdlib>
 #include <iostream>
 #include <string>
 #include <vector>
@@ -31,7 +32,9 @@ constexpr const char* kCommands = R"(Commands:
 int main(int argc, char** argv) {
     CLI::App app{"Drive the simulated hardware of a running Tovel unit."};
     app.footer(kCommands);
-    std::string root = "unit";
+    // As for tovel: TOVEL_ROOT, else ./unit; --root overrides both.
+    const char* fromEnvironment = std::getenv("TOVEL_ROOT");
+    std::string root = fromEnvironment && *fromEnvironment ? fromEnvironment : "unit";
     std::vector<std::string> command;
     app.add_option("--root", root, "the unit root folder that tovel runs on")
         ->capture_default_str();
