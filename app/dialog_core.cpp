@@ -3,6 +3,7 @@
 #include <algorithm>
 
 #include "app/led_outputs.h"
+#include "app/panel_readout.h"
 #include "device/platform_id.h"
 #include "platform/clock.h"
 #include "platform/coredll.h"
@@ -48,9 +49,12 @@ DialogCore::Environment DialogCore::Environment::unit() {
 
 DialogCore::DialogCore(Environment environment)
     : messages_(std::make_shared<PostedMessages>()),
-      cpuLed_(std::make_shared<CpuLed>(std::move(environment), messages_)) {}
+      cpuLed_(std::make_shared<CpuLed>(std::move(environment), messages_)) {
+    registerPanel(this);
+}
 
 DialogCore::~DialogCore() {
+    unregisterPanel(this);
     // On the unit these threads end with the process; here the dialog goes
     // first, so they are told to stop and given a moment to do so.
     cpuLed_->stop();

@@ -7,13 +7,12 @@
 #include <cstdlib>
 #include <cwchar>
 
+#include "app/dialog_layout.h"
 #include "platform/sync.h"
 
 namespace {
 
-constexpr int kDialogWidth = 44;  // columns, frame included
-constexpr int kDialogHeight = 7;  // caption row to bottom frame
-constexpr int kKeyWaitMs = 50;    // how often the window looks at its messages and LEDs
+constexpr int kKeyWaitMs = 50;  // how often the window looks at its messages and LEDs
 constexpr int kEscapeDelayMs = 25;
 constexpr std::size_t kDebugLinesKept = 200;
 constexpr std::size_t kDebugLinesOnExit = 10;
@@ -148,7 +147,7 @@ void CTovelDlg::runModal() {
         std::lock_guard<std::mutex> lock(screenLock_);
         screen_.reset();
     }
-    releaseDebugOutput();
+    leaveLastDebugLines();
 }
 
 void CTovelDlg::runWithoutScreen() {
@@ -179,92 +178,118 @@ std::wstring CTovelDlg::fieldText(const std::wstring& text, int cells) {
 void CTovelDlg::draw() {
     dirty_ = false;
     erase();
-    const int width = std::min(COLS, kDialogWidth);
-    const int inner = std::max(width - 4, 0);
-    // Centred; with held debug output the dialog sits at the top and the
-    // output's last lines fill the rest of the screen.
-    const int x = std::max((COLS - width) / 2, 0);
-    const int y = options_.holdDebugOutput ? 0 : std::max((LINES - kDialogHeight - 1) / 2, 0);
+    const DialogLayout layout = DialogLayout::forTerminal(COLS, LINES, statusShown_);
+    if (!layout.fits) {
+        // Nothing of the dialog would be whole: say so instead of drawing
+        // over its frame.
+        const std::wstring message = std::wstring(DialogLayout::kTooSmall) + L" (" +
+                                     std::to_wstring(DialogLayout::kMinColumns) + L"x" +
+                                     std::to_wstring(DialogLayout::kMinLines) + L" needed)";
+        const auto rows = wrapText(message, COLS, std::max(LINES, 1));
+        for (std::size_t i = 0; i < rows.size(); ++i)
+            mvaddwstr(static_cast<int>(i), 0, rows[i].c_str());
+        refresh();
+        return;
+    }
+    const int x = layout.x;
+    const int y = layout.y;
+    const int width = layout.width;
+    const int inner = layout.inner();
 
     // Frame and caption with its OK button. Drawn with plain characters
     // rather than the terminal's line-drawing set, which some terminals
     // ignore in UTF-8 mode.
     const Frame& frame = screen_->utf8 ? kUnicodeFrame : kAsciiFrame;
-    const std::wstring rule(static_cast<std::size_t>(std::max(width - 2, 0)), frame.horizontal);
+    const std::wstring rule(static_cast<std::size_t>(width - 2), frame.horizontal);
     mvaddwstr(y, x, (frame.topLeft + rule + frame.topRight).c_str());
-    for (int row = 1; row < kDialogHeight - 1; ++row) {
+    for (int row = 1; row < layout.height - 1; ++row) {
         mvaddnwstr(y + row, x, &frame.vertical, 1);
         mvaddnwstr(y + row, x + width - 1, &frame.vertical, 1);
     }
-    mvaddwstr(y + kDialogHeight - 1, x, (frame.bottomLeft + rule + frame.bottomRight).c_str());
+    mvaddwstr(y + layout.height - 1, x, (frame.bottomLeft + rule + frame.bottomRight).c_str());
     attron(A_BOLD);
     mvaddwstr(y, x + 2, L" Tovel ");
     attroff(A_BOLD);
-    if (width >= 12) mvaddwstr(y, x + width - 6, L"[OK]");
+    mvaddwstr(y, x + width - 6, L"[OK]");
 
-    // The status line: the edit control.
-    mvaddwstr(y + 1, x + 2, L"Status:");
-    const std::wstring field = fieldText(statusShown_, inner);
+    // The status line: the edit control, as many rows as the text needs.
+    mvaddwstr(y + layout.statusLabelRow(), x + 2, L"Status:");
     attron(A_REVERSE);
-    mvaddwstr(y + 2, x + 2,
-              (field + std::wstring(static_cast<std::size_t>(inner) - field.size(), L' ')).c_str());
+    for (std::size_t i = 0; i < layout.statusRows.size(); ++i) {
+        const std::wstring& row = layout.statusRows[i];
+        mvaddwstr(y + layout.firstStatusRow() + static_cast<int>(i), x + 2,
+                  (row + std::wstring(static_cast<std::size_t>(inner) - row.size(), L' ')).c_str());
+    }
     attroff(A_REVERSE);
 
     // The load bar.
     const int span = std::max(barHigh_ - barLow_, 1);
     const int percent = (std::clamp(barPosition_, barLow_, barHigh_) - barLow_) * 100 / span;
-    mvaddwstr(y + 3, x + 2, L"%CPU Usage");
-    mvprintw(y + 3, x + width - 7, "%3d%%", percent);
+    mvaddwstr(y + layout.usageRow(), x + 2, L"%CPU Usage");
+    mvprintw(y + layout.usageRow(), x + width - 7, "%3d%%", percent);
     const std::wstring bar =
         barText(percent, inner, screen_->utf8 ? L'\u2588' : L'#', screen_->utf8 ? L'\u2591' : L'.');
     if (screen_->colors) attron(COLOR_PAIR(kBarPair));
-    mvaddwstr(y + 4, x + 2, bar.c_str());
+    mvaddwstr(y + layout.barRow(), x + 2, bar.c_str());
     if (screen_->colors) attroff(COLOR_PAIR(kBarPair));
 
-    // The LEDs as their lines stand.
+    // The LEDs as their lines stand, one after another (29 cells: within
+    // the narrowest dialog).
     const wchar_t* on = screen_->utf8 ? L"\u25CF" : L"*";
     const wchar_t* off = screen_->utf8 ? L"\u25CB" : L"o";
-    auto led = [&](int col, const wchar_t* label, bool lit) {
-        mvaddwstr(y + 5, col, label);
-        const int at = col + static_cast<int>(std::wcslen(label));
+    int col = x + 2;
+    auto led = [&](const wchar_t* label, bool lit) {
+        mvaddwstr(y + layout.ledRow(), col, label);
+        col += static_cast<int>(std::wcslen(label));
         if (lit && screen_->colors) attron(COLOR_PAIR(kLedPair) | A_BOLD);
-        mvaddwstr(y + 5, at, lit ? on : off);
+        mvaddwstr(y + layout.ledRow(), col, lit ? on : off);
         if (lit && screen_->colors) attroff(COLOR_PAIR(kLedPair) | A_BOLD);
+        col += 1;
     };
     if (ledsShown_.present) {
-        led(x + 2, L"LEDs  Green ", ledsShown_.green);
-        led(x + 17, L"  Front A ", ledsShown_.frontA);
-        led(x + 30, L"  B ", ledsShown_.frontB);
+        led(L"LEDs  Green ", ledsShown_.green);
+        led(L"  Front A ", ledsShown_.frontA);
+        led(L"  B ", ledsShown_.frontB);
     } else {
-        mvaddwstr(y + 5, x + 2, L"LEDs  -");
+        mvaddwstr(y + layout.ledRow(), x + 2, L"LEDs  -");
     }
+    mvaddwstr(y + layout.height, x + 2, L"Enter or Esc: OK");
 
-    mvaddwstr(y + kDialogHeight, x + 2, L"Enter or Esc: OK");
-
-    if (options_.holdDebugOutput) {
+    // The held debug output's last lines, in the rows around the dialog.
+    if (options_.holdDebugOutput && layout.freeRows.size() > 1) {
         std::lock_guard<std::mutex> lock(debugLock_);
         debugShown_ = debugVersion_;
-        const int top = y + kDialogHeight + 2;
-        const int rows = LINES - top;
-        if (rows > 1) {
-            attron(A_DIM);
-            mvaddwstr(top, 0, L"Debug output:");
-            const std::size_t count =
-                std::min(debugLines_.size(), static_cast<std::size_t>(rows - 1));
-            for (std::size_t i = 0; i < count; ++i) {
-                const std::wstring& line = debugLines_[debugLines_.size() - count + i];
-                mvaddwstr(top + 1 + static_cast<int>(i), 0, fieldText(line, COLS).c_str());
-            }
-            attroff(A_DIM);
+        attron(A_DIM);
+        mvaddwstr(layout.freeRows[0], 0, L"Debug output:");
+        const std::size_t rows = layout.freeRows.size() - 1;
+        const std::size_t count = std::min(debugLines_.size(), rows);
+        for (std::size_t i = 0; i < count; ++i) {
+            const std::wstring& line = debugLines_[debugLines_.size() - count + i];
+            mvaddwstr(layout.freeRows[1 + rows - count + i], 0, fieldText(line, COLS).c_str());
         }
+        attroff(A_DIM);
     }
     refresh();
 }
 
 void CTovelDlg::holdDebugOutput() {
     holdingDebug_ = true;
+    // The lines written before the window opened (the watchdog's arming, the
+    // first enumeration) start its pane.
+    // (The sink is set outside debugLock_: a writer holds the sink's lock
+    // when it calls onDebugText, which takes debugLock_.)
+    host::DebugHistory earlier;
     previousDebugSink_ =
-        host::setDebugSink([this](const std::wstring& text) { onDebugText(text); });
+        host::setDebugSink([this](const std::wstring& text) { onDebugText(text); }, &earlier);
+    std::lock_guard<std::mutex> lock(debugLock_);
+    // Text written since then continues the earlier unfinished line.
+    if (debugLines_.empty())
+        debugPartial_ = earlier.unfinishedLine + debugPartial_;
+    else
+        debugLines_.front() = earlier.unfinishedLine + debugLines_.front();
+    debugLines_.insert(debugLines_.begin(), earlier.recentLines.begin(), earlier.recentLines.end());
+    while (debugLines_.size() > kDebugLinesKept) debugLines_.pop_front();
+    ++debugVersion_;
 }
 
 void CTovelDlg::releaseDebugOutput() {
@@ -286,25 +311,26 @@ void CTovelDlg::onDebugText(const std::wstring& text) {
     ++debugVersion_;
 }
 
+void CTovelDlg::leaveLastDebugLines() {
+    if (!holdingDebug_.load()) return;
+    releaseDebugOutput();
+    // What the pane showed last, where the operator can still read it.
+    std::deque<std::wstring> last;
+    {
+        std::lock_guard<std::mutex> lock(debugLock_);
+        last = debugLines_;
+        if (!debugPartial_.empty()) last.push_back(debugPartial_);
+    }
+    const std::size_t skip = last.size() > kDebugLinesOnExit ? last.size() - kDebugLinesOnExit : 0;
+    for (std::size_t i = skip; i < last.size(); ++i) host::NKDbgPrintfW(L"%s\n", last[i].c_str());
+}
+
 void CTovelDlg::onProcessExit(int code) {
     {
         std::lock_guard<std::mutex> lock(screenLock_);
         if (screen_) screen_->close();
     }
-    if (holdingDebug_.load()) {
-        releaseDebugOutput();
-        // What led to the end, where the operator can read it.
-        std::deque<std::wstring> last;
-        {
-            std::lock_guard<std::mutex> lock(debugLock_);
-            last = debugLines_;
-            if (!debugPartial_.empty()) last.push_back(debugPartial_);
-        }
-        const std::size_t skip =
-            last.size() > kDebugLinesOnExit ? last.size() - kDebugLinesOnExit : 0;
-        for (std::size_t i = skip; i < last.size(); ++i)
-            host::NKDbgPrintfW(L"%s\n", last[i].c_str());
-    }
+    leaveLastDebugLines();
     host::setExitHandler(previousExitHandler_);
     host::ExitProcess(code);
 }

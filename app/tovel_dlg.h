@@ -70,6 +70,8 @@ class CTovelDlg final : public StatusWindow, private DialogControls {
     void draw();
     void holdDebugOutput();
     void releaseDebugOutput();
+    // Gives the debug output back and writes the pane's last lines to it.
+    void leaveLastDebugLines();
     void onDebugText(const std::wstring& text);
     // The process is ending from another thread (restart, unit reset): the
     // terminal is given back first.

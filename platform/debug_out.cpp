@@ -2,6 +2,7 @@
 
 #include <cstdarg>
 #include <cstdio>
+#include <deque>
 #include <memory>
 #include <mutex>
 
@@ -12,6 +13,8 @@ namespace {
 
 struct Sink {
     std::mutex mutex;
+    std::deque<std::wstring> lines;  // the history's whole lines
+    std::wstring partial;
     DebugSink sink;
     std::unique_ptr<std::FILE, int (*)(std::FILE*)> file{nullptr, &std::fclose};
 };
@@ -19,6 +22,18 @@ struct Sink {
 Sink& sink() {
     static Sink s;
     return s;
+}
+
+void remember(Sink& s, const std::wstring& text) {
+    for (wchar_t c : text) {
+        if (c != L'\n') {
+            s.partial += c;
+            continue;
+        }
+        s.lines.push_back(std::move(s.partial));
+        s.partial.clear();
+        if (s.lines.size() > DebugHistory::kDebugHistoryLines) s.lines.pop_front();
+    }
 }
 
 }  // namespace
@@ -30,6 +45,7 @@ void NKDbgPrintfW(const wchar_t* fmt, ...) {
     va_end(args);
     auto& s = sink();
     std::lock_guard<std::mutex> lock(s.mutex);
+    remember(s, text);
     if (s.sink) {
         s.sink(text);
         return;
@@ -40,9 +56,13 @@ void NKDbgPrintfW(const wchar_t* fmt, ...) {
     std::fflush(out);
 }
 
-DebugSink setDebugSink(DebugSink newSink) {
+DebugSink setDebugSink(DebugSink newSink, DebugHistory* history) {
     auto& s = sink();
     std::lock_guard<std::mutex> lock(s.mutex);
+    if (history) {
+        history->recentLines.assign(s.lines.begin(), s.lines.end());
+        history->unfinishedLine = s.partial;
+    }
     DebugSink old = std::move(s.sink);
     s.sink = std::move(newSink);
     return old;

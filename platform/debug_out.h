@@ -3,6 +3,7 @@
 // stderr by default, or a file; tests can capture it.
 #include <functional>
 #include <string>
+#include <vector>
 
 namespace host {
 
@@ -10,8 +11,19 @@ namespace host {
 void NKDbgPrintfW(const wchar_t* fmt, ...);
 
 using DebugSink = std::function<void(const std::wstring&)>;
+
+// What was written to the debug output lately, whatever the sink: the last
+// kDebugHistoryLines whole lines, oldest first, and an unfinished line.
+struct DebugHistory {
+    static constexpr std::size_t kDebugHistoryLines = 200;
+    std::vector<std::wstring> recentLines;
+    std::wstring unfinishedLine;
+};
+
 // Replaces the sink; an empty function restores stderr. Answers the old one.
-DebugSink setDebugSink(DebugSink sink);
+// With `history`, also answers what was written before, so that a new sink
+// (the status window) can show it; nothing is written in between.
+DebugSink setDebugSink(DebugSink sink, DebugHistory* history = nullptr);
 // Sends the debug output to a file (appended, UTF-8). False if it cannot be opened.
 bool setDebugFile(const std::string& hostPath);
 

@@ -5,8 +5,10 @@
 #include <memory>
 
 #include "platform/clock.h"
+#include "platform/files.h"
 #include "platform/last_error.h"
 #include "platform/no_destructor.h"
+#include "platform/shared_event.h"
 #include "platform/text.h"
 #include "platform/waitable.h"
 
@@ -17,6 +19,12 @@ class Event final : public Waitable {
   public:
     Event(bool manualReset, bool initial) : Waitable(manualReset, initial) {}
     std::atomic<DWORD> data{0};
+    // Named events on an existing unit root: the state every process of that
+    // root sees (shared_event.h); then the members above are unused.
+    std::unique_ptr<SharedEventState> shared;
+    // Waits of the shared state on a virtual clock.
+    std::mutex sharedMutex;
+    std::condition_variable sharedWoken;
 };
 
 struct NamedEvents {
@@ -57,35 +65,54 @@ HANDLE CreateEventW(bool manualReset, bool initialState, const wchar_t* name) {
     }
     auto& named = namedEvents();
     std::lock_guard<std::mutex> lock(named.mutex);
-    std::wstring key = lowered(name);
+    const std::string root = unitRoot();
+    const std::wstring lowName = lowered(name);
+    // One object per root and name within the process.
+    const std::wstring key = widen(root) + L'\n' + lowName;
     if (auto existing = named.byName[key].lock()) {
         SetLastError(ERROR_ALREADY_EXISTS);
         return addHandle(existing);
     }
     auto event = std::make_shared<Event>(manualReset, initialState);
+    bool heldElsewhere = false;
+    event->shared = SharedEventState::open(root, lowName, manualReset, initialState, heldElsewhere);
     named.byName[key] = event;
-    SetLastError(0);
+    SetLastError(heldElsewhere ? ERROR_ALREADY_EXISTS : 0);
     return addHandle(event);
 }
 
 BOOL SetEvent(HANDLE event) {
     auto e = eventOf(event);
     if (!e) return FALSE_;
-    e->signal();
+    if (e->shared) {
+        {
+            std::lock_guard<std::mutex> lock(e->sharedMutex);
+            e->shared->set();
+        }
+        e->sharedWoken.notify_all();
+    } else {
+        e->signal();
+    }
     return TRUE_;
 }
 
 BOOL ResetEvent(HANDLE event) {
     auto e = eventOf(event);
     if (!e) return FALSE_;
-    e->reset();
+    if (e->shared)
+        e->shared->reset();
+    else
+        e->reset();
     return TRUE_;
 }
 
 BOOL SetEventData(HANDLE event, DWORD data) {
     auto e = eventOf(event);
     if (!e) return FALSE_;
-    e->data = data;
+    if (e->shared)
+        e->shared->setData(data);
+    else
+        e->data = data;
     return TRUE_;
 }
 
@@ -93,10 +120,44 @@ DWORD GetEventData(HANDLE event) {
     auto e = eventOf(event);
     if (!e) return 0;
     SetLastError(0);
-    return e->data.load();
+    return e->shared ? e->shared->data() : e->data.load();
 }
 
+namespace {
+
+bool waitShared(Event& e, DWORD timeoutMs) {
+    SharedEventState& state = *e.shared;
+    if (state.take()) return true;
+    if (timeoutMs == 0) return false;
+    if (dynamic_cast<RealClock*>(&clock()) != nullptr) {
+        // Real time: sleep on the futex for whatever is left of the wait.
+        const DWORD start = GetTickCount();
+        for (;;) {
+            DWORD left = INFINITE;
+            if (timeoutMs != INFINITE) {
+                const DWORD elapsed = GetTickCount() - start;
+                if (elapsed >= timeoutMs) return state.take();
+                left = timeoutMs - elapsed;
+            }
+            state.sleepWhileUnsignalled(left);
+            if (state.take()) return true;
+        }
+    }
+    // Virtual time (tests): the clock decides when the wait ends; it looks
+    // at the shared word in short real slices, so a signal from another
+    // process is seen too, and SetEvent in this process wakes it at once.
+    std::unique_lock<std::mutex> lock(e.sharedMutex);
+    if (timeoutMs != INFINITE)
+        return clock().waitFor(e.sharedWoken, lock, timeoutMs, [&] { return state.take(); });
+    while (!state.take()) e.sharedWoken.wait_for(lock, std::chrono::milliseconds(1));
+    return true;
+}
+
+}  // namespace
+
 DWORD WaitForSingleObject(HANDLE object, DWORD timeoutMs) {
+    if (auto e = lookupAs<Event>(object); e && e->shared)
+        return waitShared(*e, timeoutMs) ? WAIT_OBJECT_0 : WAIT_TIMEOUT;
     auto w = lookupAs<Waitable>(object);
     if (!w) {
         SetLastError(ERROR_INVALID_HANDLE);

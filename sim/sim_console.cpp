@@ -3,6 +3,8 @@
 #include <charconv>
 #include <sstream>
 
+#include "platform/handles.h"
+#include "platform/sync.h"
 #include "platform/text.h"
 #include "sim/dio_block.h"
 #include "sim/dsp_bus.h"
@@ -45,6 +47,10 @@ SimConsole::SimConsole(std::shared_ptr<SimDspBus> bus, std::shared_ptr<DioBlock>
                        std::shared_ptr<Ls7366rCounter> counter)
     : bus_(std::move(bus)), dio_(std::move(dio)), counter_(std::move(counter)) {}
 
+SimConsole::~SimConsole() {
+    if (rotaryEvent_ != NULL_HANDLE) host::CloseHandle(rotaryEvent_);
+}
+
 std::string SimConsole::execute(const std::string& line) {
     Words words = split(line);
     if (words.empty()) return error("empty command");
@@ -56,6 +62,8 @@ std::string SimConsole::execute(const std::string& line) {
     if (command == "powerfail" && words.size() == 1) return powerFail();
     if (command == "knob") return knob(words);
     if (command == "watchdog" && words.size() == 1) return watchdog();
+    if (command == "leds" && words.size() == 1) return leds();
+    if (command == "cpu" && words.size() == 1) return cpu();
     if (const auto extension = extensions_.find(command); extension != extensions_.end())
         return extension->second(words);
     if (command == "help")
@@ -63,7 +71,7 @@ std::string SimConsole::execute(const std::string& line) {
                "COUNT | "
                "fault SLOT state CODE | fault SLOT hang | fault SLOT mixup | fault SLOT latency MS "
                "| "
-               "fault SLOT clear | powerfail | knob DELTA | watchdog";
+               "fault SLOT clear | powerfail | knob DELTA | watchdog | leds | cpu";
     return error("unknown command or wrong arguments: " + line.substr(0, 80));
 }
 
@@ -165,6 +173,8 @@ std::string SimConsole::powerFail() {
     // A fresh rising edge on the power-fail line, however often it is asked.
     dio_->setInput(kPowerFailLine, false);
     dio_->setInput(kPowerFailLine, true);
+    if (panel_.powerFailHandled && !panel_.powerFailHandled())
+        return "ok line 17 raised; this platform has no power-fail handling: the unit runs on";
     return "ok line 17 raised";
 }
 
@@ -176,7 +186,19 @@ std::string SimConsole::knob(const Words& words) {
     if (words.size() != 2 || !parseNumber(text, delta) || delta < -1000000 || delta > 1000000)
         return error("usage: knob DELTA (-1000000..1000000)");
     counter_->turn(delta);
+    publishKnobCount();
     return "ok turned " + words[1];
+}
+
+// The unit's counting component: it hands the chip's count to the knobs of
+// every program on this unit root through "RotaryEvent" and its event data,
+// as a knob's counter reader does on the unit.
+void SimConsole::publishKnobCount() {
+    if (rotaryEvent_ == NULL_HANDLE)
+        rotaryEvent_ = host::CreateEventW(false, false, L"RotaryEvent");
+    if (rotaryEvent_ == NULL_HANDLE) return;
+    host::SetEventData(rotaryEvent_, counter_->count());
+    host::SetEvent(rotaryEvent_);
 }
 
 std::string SimConsole::watchdog() {
@@ -187,6 +209,14 @@ std::string SimConsole::watchdog() {
         << " interval_ms=" << s.intervalMs << " since_service_ms=" << s.sinceServiceMs
         << " remaining_ms=" << s.remainingMs << " hardware=\"" << host::narrow(s.hardware) << "\"";
     return out.str();
+}
+
+std::string SimConsole::leds() {
+    return panel_.leds ? panel_.leds() : error("no status dialog to read the LEDs from");
+}
+
+std::string SimConsole::cpu() {
+    return panel_.cpu ? panel_.cpu() : error("no status dialog to read the load from");
 }
 
 }  // namespace sim

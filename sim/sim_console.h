@@ -9,6 +9,8 @@
 #include <string>
 #include <vector>
 
+#include "platform/win_types.h"
+
 namespace sim {
 
 class SimDspBus;
@@ -20,6 +22,22 @@ class SimConsole {
     // Any of the devices may be absent; their commands then answer an error.
     SimConsole(std::shared_ptr<SimDspBus> bus, std::shared_ptr<DioBlock> dio,
                std::shared_ptr<Ls7366rCounter> counter);
+
+    // What the unit shows on its panel, supplied by the program that runs
+    // the console (the simulated hardware cannot see it). Unset hooks make
+    // their commands answer an error; without powerFailHandled, powerfail
+    // raises the line without saying what the unit will do.
+    struct PanelHooks {
+        std::function<std::string()> leds;  // the answer of `leds`
+        std::function<std::string()> cpu;   // the answer of `cpu`
+        // Whether the unit's platform shuts down on a power fail (KTX only).
+        std::function<bool()> powerFailHandled;
+    };
+    void setPanelHooks(PanelHooks hooks) { panel_ = std::move(hooks); }
+
+    ~SimConsole();
+    SimConsole(const SimConsole&) = delete;
+    SimConsole& operator=(const SimConsole&) = delete;
 
     std::string execute(const std::string& line);
 
@@ -36,12 +54,17 @@ class SimConsole {
     std::string fault(const Words& words);
     std::string powerFail();
     std::string knob(const Words& words);
+    void publishKnobCount();
     std::string watchdog();
+    std::string leds();
+    std::string cpu();
 
     std::shared_ptr<SimDspBus> bus_;
     std::shared_ptr<DioBlock> dio_;
     std::shared_ptr<Ls7366rCounter> counter_;
     std::map<std::string, Handler> extensions_;
+    PanelHooks panel_;
+    HANDLE rotaryEvent_ = NULL_HANDLE;  // "RotaryEvent", made by the first turn
 };
 
 }  // namespace sim

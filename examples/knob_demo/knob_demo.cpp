@@ -1,7 +1,15 @@
-// Turn a front-panel knob by hand: a knob on the (simulated) counter chip of
-// the KTX panel, with a listener that prints every count it is told.
+// Turn a front-panel knob by hand, in one of two ways:
 //
-// Commands, one per line on standard input:
+//   knob_demo          a knob on a simulated counter chip of its own (on a
+//                      unit root of its own, a KTX panel), turned from
+//                      standard input;
+//   knob_demo --unit   a knob following the knob of the running unit on the
+//                      unit root (TOVEL_ROOT, else ./unit): `tovelsim knob 5`
+//                      moves it. Standard input: q or its end quits.
+//
+// Either way a listener prints every count it is told: "count N".
+//
+// Commands of the first way, one per line on standard input:
 //   +N, -N   turn the encoder N counts up or down (N defaults to 1)
 //   f        an edit field takes the focus: range 0..9, wrapping, from 0
 //   r        the edit field gives the focus back
@@ -12,6 +20,7 @@
 #include <atomic>
 #include <chrono>
 #include <cstdio>
+#include <cstdlib>
 #include <filesystem>
 #include <fstream>
 #include <iostream>
@@ -68,9 +77,32 @@ void settle(const tovel::Knob& knob, const Printer& listener, int before) {
     }
 }
 
+// A knob on the counter chip of the unit whose root TOVEL_ROOT names: the
+// unit hands the chip's count to every program on its root.
+int followUnit() {
+    const char* root = std::getenv("TOVEL_ROOT");
+    Printer knobPrinter("count");
+    tovel::Knob knob(-1000000, 1000000, 0);
+    knob.addListener(&knobPrinter);
+    // The knob takes its starting point from the unit half a second in.
+    std::this_thread::sleep_for(1s);
+    std::fprintf(stderr,
+                 "following the knob of the unit at %s (platform %d); tovelsim knob N turns it\n",
+                 root && *root ? root : "unit", tovel::platform());
+    std::string line;
+    while (std::getline(std::cin, line) && line != "q") {
+    }
+    return 0;
+}
+
 }  // namespace
 
-int main() {
+int main(int argc, char** argv) {
+    if (argc == 2 && std::string(argv[1]) == "--unit") return followUnit();
+    if (argc != 1) {
+        std::fprintf(stderr, "usage: knob_demo [--unit]\n");
+        return 2;
+    }
     const fs::path root = makeUnitRoot();
     tovel::setUnitRoot(root.string());
     tovel::simulation::installCounterChip();

@@ -3,6 +3,15 @@
 //
 // Compile and link with:  pkg-config --cflags --libs tovelpanel
 //
+// The unit root. Knobs, like the unit's own program `tovel`, live on a unit
+// root: the folder that stands for the unit's file system. A program finds
+// it the way `tovel` does: setUnitRoot() below when it is called first,
+// otherwise the environment variable TOVEL_ROOT, otherwise "unit" in the
+// working folder. On one root, a knob on the counter chip hears the chip's
+// count through the named event "RotaryEvent", which every process on that
+// root shares: a program using this library on the root of a running unit
+// follows the knob that `tovelsim knob DELTA` turns there.
+//
 // A knob counts between a lower and an upper bound in steps of its increment
 // and tells its listeners the new count, at most once every 50 ms however
 // fast it turns. A client that needs the knob for a while (an edit field, say)
@@ -16,6 +25,30 @@ class Knob;  // the panel's knob, behind tovel::Knob
 
 namespace tovel {
 
+// A digital input line that the program drives: a knob on two of them
+// decodes their levels as a quadrature (Gray-code) signal. The program reads
+// its lines wherever they are and hands each new level to setValue.
+class DigitalInput {
+  public:
+    // `activeLevel` true: a positive raw level is on; false: zero is on.
+    explicit DigitalInput(bool activeLevel = true);
+    ~DigitalInput();
+    // A knob holds the input's address, so it stays where it was made.
+    DigitalInput(const DigitalInput&) = delete;
+    DigitalInput& operator=(const DigitalInput&) = delete;
+
+    // A new raw level. A knob on this line hears a change at once, in the
+    // calling thread; set the two lines of one knob from one thread.
+    void setValue(int raw);
+    // Whether the last level set was on (false before the first).
+    bool isOn() const;
+
+  private:
+    friend class Knob;
+    struct Line;
+    std::unique_ptr<Line> line_;
+};
+
 // What a knob tells about its count. Implement it and register it with
 // Knob::addListener, or hand it to Knob::takeFocus.
 class KnobEventListener {
@@ -26,13 +59,18 @@ class KnobEventListener {
     virtual void newValue(int count, float rate) = 0;
 };
 
-// A knob owns its threads and its source, so it can be moved but not copied.
+// A knob owns its threads and its source, so it can be moved but not copied:
+// a member-wise copy would own the same threads and release them twice.
 // A moved-from knob answers 0 and false and ignores every request.
 class Knob {
   public:
     // An encoder on two lines that are read from two device files (a nonzero
     // first byte means the line is set). Reading starts 9 s after construction.
     Knob(const std::wstring& lineA, const std::wstring& lineB, int lower, int upper, int initial);
+    // An encoder on two digital inputs of the program's (lines A and B), which
+    // must outlive the knob. Line B leads when counting up: line codes 0, 2,
+    // 3, 1, 0 (bit 0 = A, bit 1 = B) count up, the reverse counts down.
+    Knob(DigitalInput* lineA, DigitalInput* lineB, int lower, int upper, int initial);
     // The quadrature counter chip on SPI port 1, whose count reaches the knob
     // through the named event "RotaryEvent". The knob takes its starting point
     // from the event half a second after construction.

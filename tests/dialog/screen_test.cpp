@@ -9,6 +9,7 @@
 #include <string>
 #include <vector>
 
+#include "platform/child_process.h"
 #include "platform/socket.h"
 #include "platform/terminal_child.h"
 #include "tests/dialog/terminal_screen.h"
@@ -46,9 +47,10 @@ bool connectAndReset(std::uint16_t port, std::chrono::milliseconds limit) {
 // The program on a pseudo-terminal, with the screen it has drawn so far.
 class TovelOnATerminal {
   public:
-    explicit TovelOnATerminal(const std::vector<std::string>& args)
-        : screen_(kRows, kCols),
-          child_(std::string(TOVEL_BUILD_DIR) + "/tovel", args, kRows, kCols,
+    explicit TovelOnATerminal(const std::vector<std::string>& args, int rows = kRows,
+                              int cols = kCols)
+        : screen_(rows, cols),
+          child_(std::string(TOVEL_BUILD_DIR) + "/tovel", args, rows, cols,
                  {{"TERM", "vt100"}, {"LC_ALL", "C.UTF-8"}}) {}
 
     bool started() const { return child_.started(); }
@@ -81,6 +83,34 @@ class TovelOnATerminal {
     TerminalScreen screen_;
     host::TerminalChild child_;
 };
+
+// The arguments of a unit on `root` with free ports (the first: remote).
+std::vector<std::string> unitArgs(const testing_support::TempUnitRoot& root,
+                                  const std::vector<std::uint16_t>& ports,
+                                  const std::string& boards) {
+    return {"--root",     root.path(),
+            "--boards",   boards,
+            "--port-map", "3445=" + std::to_string(ports[0]),
+            "--port-map", "23=" + std::to_string(ports[1]),
+            "--port-map", "80=" + std::to_string(ports[2])};
+}
+
+// The status field's rows joined (a wrapped text reads as one).
+std::wstring statusField(const TerminalScreen& s) {
+    const int label = s.find(L"Status:");
+    const int usage = s.find(L"%CPU Usage");
+    std::wstring text;
+    for (int r = label + 1; label >= 0 && r < usage; ++r) {
+        std::wstring row = s.row(r);
+        // Inside the frame: drop the borders and the blanks around the text.
+        const auto first = row.find_first_not_of(L" \u2502|");
+        const auto last = row.find_last_not_of(L" \u2502|");
+        if (first == std::wstring::npos) continue;
+        if (!text.empty()) text += L' ';
+        text += row.substr(first, last - first + 1);
+    }
+    return text;
+}
 
 bool showsTheDialog(const TerminalScreen& s) {
     const int caption = s.find(L"Tovel");
@@ -137,6 +167,81 @@ TEST(StatusWindowOnATerminal, ShowsTheStatusTheLoadAndTheLedsAndClosesWithEnter)
     ASSERT_GE(shutdown, 0);
     for (std::size_t i = static_cast<std::size_t>(shutdown) + 1; i < lines.size(); ++i)
         EXPECT_EQ(lines[i].find(L"Socket Error"), std::wstring::npos);
+}
+
+// A reboot request: the restart's status text fills the field, wrapped on a
+// narrow terminal, and the LED row stays whole beside it.
+TEST(StatusWindowOnATerminal, LongStatusAndLedRowAreWholeAt80x24And60x20) {
+    if (!std::filesystem::exists(TOVEL_BUILD_DIR "/tovel")) GTEST_SKIP() << "tovel is not built";
+    const std::wstring restart = L"Restart Requested: Wait 5 sec for tovels to self-terminate.";
+    for (const auto& [rows, cols] : {std::pair{24, 80}, std::pair{20, 60}}) {
+        SCOPED_TRACE(std::to_string(cols) + "x" + std::to_string(rows));
+        testing_support::TempUnitRoot root;
+        const auto ports = testing_support::freePorts(3);
+        TovelOnATerminal tovel(unitArgs(root, ports, "t1"), rows, cols);
+        ASSERT_TRUE(tovel.started());
+        ASSERT_TRUE(tovel.drawsUntil([](const TerminalScreen& s) {
+            const int leds = s.find(L"LEDs  Green");
+            return leds >= 0 && s.row(leds).find(L"Front A") != std::wstring::npos &&
+                   s.row(leds).find(L"  B ") != std::wstring::npos;
+        })) << testing::PrintToString(tovel.screen().text());
+
+        // tovelctl answers 2 while the unit does not listen yet.
+        std::optional<int> rebooted;
+        for (int attempt = 0; attempt < 100 && rebooted != 0; ++attempt) {
+            host::ChildProcess reboot(TOVEL_BUILD_DIR "/tovelctl",
+                                      {"--port", std::to_string(ports[0]), "reboot"},
+                                      root.path() + "/tovelctl.txt");
+            while (!(rebooted = reboot.waitForExit(20ms)))
+                tovel.drawsUntil([](auto&) { return false; }, 0ms);
+        }
+        ASSERT_EQ(rebooted, 0) << root.readFile(L"\\tovelctl.txt");
+        ASSERT_TRUE(tovel.drawsUntil([&](const TerminalScreen& s) {
+            return statusField(s) == restart;
+        })) << testing::PrintToString(tovel.screen().text());
+        // The dialog is centred and whole: its LED row with it.
+        const TerminalScreen& screen = tovel.screen();
+        const int leds = screen.find(L"LEDs  Green");
+        ASSERT_GE(leds, 0);
+        EXPECT_NE(screen.row(leds).find(L"  B "), std::wstring::npos);
+        const int caption = screen.find(L"[OK]");
+        EXPECT_GT(caption, 0) << "centred, with held debug output around it";
+        // The restart ends the unit with 22.
+        EXPECT_EQ(tovel.exitCode(20000ms), 22);
+    }
+}
+
+// Below the smallest size the window says so; debug lines from before the
+// window opened are in its pane; a normal close leaves the last ones on the
+// terminal.
+TEST(StatusWindowOnATerminal, TooSmallEarlyDebugLinesAndLinesLeftAtClose) {
+    if (!std::filesystem::exists(TOVEL_BUILD_DIR "/tovel")) GTEST_SKIP() << "tovel is not built";
+    {
+        testing_support::TempUnitRoot root;
+        TovelOnATerminal tovel(unitArgs(root, testing_support::freePorts(3), "none"), 8, 30);
+        ASSERT_TRUE(tovel.started());
+        ASSERT_TRUE(tovel.drawsUntil([](const TerminalScreen& s) {
+            return s.find(L"Terminal too small") >= 0;
+        })) << testing::PrintToString(tovel.screen().text());
+        EXPECT_LT(tovel.screen().find(L"Status:"), 0);
+        tovel.type("\r");
+        EXPECT_EQ(tovel.exitCode(10000ms), 0);
+    }
+    testing_support::TempUnitRoot root;
+    TovelOnATerminal tovel(unitArgs(root, testing_support::freePorts(3), "none"), 24, 80);
+    ASSERT_TRUE(tovel.started());
+    // Written by the server thread before the window is made.
+    ASSERT_TRUE(tovel.drawsUntil([](const TerminalScreen& s) {
+        const int pane = s.find(L"Debug output:");
+        return showsTheDialog(s) && pane >= 0 && s.find(L"Start Blink FrontPanelLED") > pane;
+    })) << testing::PrintToString(tovel.screen().text());
+    EXPECT_GE(tovel.screen().find(L"WatchDog"), 0) << testing::PrintToString(tovel.screen().text());
+    tovel.type("\r");
+    EXPECT_EQ(tovel.exitCode(10000ms), 0);
+    // The window is gone; its last debug lines were written under it.
+    const TerminalScreen& after = tovel.screen();
+    const int lastBlink = after.find(L"Start Blink FrontPanelLED");
+    EXPECT_GT(lastBlink, after.find(L"Enter or Esc: OK")) << testing::PrintToString(after.text());
 }
 
 TEST(StatusWindowOnATerminal, HeadlessOnATerminalPrintsStatusLinesAndEndsOnCtrlC) {

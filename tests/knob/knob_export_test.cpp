@@ -37,6 +37,34 @@ TEST_F(KnobTest, MovedHandleKeepsTheKnobAndTheOldOneIsInert) {
     EXPECT_EQ(knob.swErrors(), 0u);
 }
 
+static_assert(!std::is_copy_constructible_v<tovel::DigitalInput>);
+
+// The program's own lines, set from its thread: the knob decodes each change
+// at once, in that thread.
+TEST(ExportedLineKnob, DecodesTheProgramsDigitalInputs) {
+    struct Case {
+        bool activeLevel;
+        int on, off;  // raw levels
+    };
+    for (const Case c : {Case{true, 1, 0}, Case{false, 0, 5}}) {
+        SCOPED_TRACE(c.activeLevel);
+        tovel::DigitalInput a(c.activeLevel), b(c.activeLevel);
+        tovel::Knob knob(&a, &b, 0, 100, 5);
+        EXPECT_FALSE(a.isOn());
+        b.setValue(c.on);  // code 2
+        a.setValue(c.on);  // 3
+        EXPECT_TRUE(a.isOn());
+        b.setValue(c.off);  // 1
+        a.setValue(c.off);  // 0
+        EXPECT_EQ(knob.getCount(), 9);
+        a.setValue(c.on);  // 1: down
+        EXPECT_EQ(knob.getCount(), 8);
+        a.setValue(c.on);  // the same code again: a code-order error
+        EXPECT_EQ(knob.getCount(), 8);
+        EXPECT_EQ(knob.codeOrderErrors(), 1u);
+    }
+}
+
 TEST(KnobSimulation, CounterChipIsInstalledOnceAndTurns) {
     tovel::simulation::installCounterChip();
     const std::uint32_t start = tovel::simulation::counterChipCount();

@@ -3,7 +3,9 @@
 #include <filesystem>
 
 #include "platform/clock.h"
+#include "platform/handles.h"
 #include "platform/line_server.h"
+#include "platform/sync.h"
 #include "sim/dio_block.h"
 #include "sim/dsp_bus.h"
 #include "sim/sim_console.h"
@@ -116,4 +118,30 @@ TEST_F(SimConsoleTest, ChannelServesLinesOverAPrivateUnixSocket) {
     server.stop();
     EXPECT_FALSE(std::filesystem::exists(path));
     EXPECT_FALSE(host::lineRequest(path, "boards", reply, error));
+}
+
+// A turn reaches every knob on the unit root through "RotaryEvent".
+TEST_F(SimConsoleTest, KnobTurnIsPublishedThroughTheRotaryEvent) {
+    const HANDLE event = host::CreateEventW(false, false, L"RotaryEvent");
+    ASSERT_TRUE(ok(console.execute("knob -3")));
+    EXPECT_EQ(host::WaitForSingleObject(event, 0), WAIT_OBJECT_0);
+    EXPECT_EQ(host::GetEventData(event) & 0xFFFFu, 0xFFFDu);
+    host::CloseHandle(event);
+}
+
+TEST_F(SimConsoleTest, PanelCommandsAskTheHooksOfTheProgramThatRunsTheUnit) {
+    EXPECT_TRUE(isError(console.execute("leds")));
+    EXPECT_TRUE(isError(console.execute("cpu")));
+    EXPECT_EQ(console.execute("powerfail"), "ok line 17 raised");
+    bool handled = false;
+    console.setPanelHooks({.leds = [] { return std::string("ok green=on"); },
+                           .cpu = [] { return std::string("ok cpu=42"); },
+                           .powerFailHandled = [&] { return handled; }});
+    EXPECT_EQ(console.execute("leds"), "ok green=on");
+    EXPECT_EQ(console.execute("cpu"), "ok cpu=42");
+    EXPECT_TRUE(isError(console.execute("leds 1")));
+    EXPECT_EQ(console.execute("powerfail"),
+              "ok line 17 raised; this platform has no power-fail handling: the unit runs on");
+    handled = true;
+    EXPECT_EQ(console.execute("powerfail"), "ok line 17 raised");
 }

@@ -3,6 +3,7 @@
 #include <CLI/CLI.hpp>
 
 #include <cstdio>
+#include <cstdlib>
 #include <iostream>
 #include <memory>
 #include <optional>
@@ -12,9 +13,11 @@
 #include "app/headless_display.h"
 #include "app/headless_tovel_dlg.h"
 #include "app/message_channels.h"
+#include "app/panel_readout.h"
 #include "app/tovel_app.h"
 #include "app/tovel_dlg.h"
 #include "boards/usb_ctlr.h"
+#include "device/platform_id.h"
 #include "platform/allocator.h"
 #include "platform/debug_out.h"
 #include "platform/files.h"
@@ -81,6 +84,9 @@ int fail(int code, const std::string& message) {
 
 int run(int argc, char** argv) {
     Options options;
+    // The unit root of a shell that works with one unit (the front-panel
+    // library and tovelsim look there too); --root overrides it.
+    if (const char* root = std::getenv("TOVEL_ROOT"); root && *root) options.root = root;
     CLI::App cli{"Tovel: the test instrument's controller, with simulated DSP boards", "tovel"};
     cli.add_option("--root", options.root, "The unit's file system (created when new)")
         ->capture_default_str();
@@ -183,6 +189,9 @@ int run(int argc, char** argv) {
     scenario::ScenarioRunner scenarios(
         bus, [&console](const std::string& line) { return console.execute(line); });
     scenario::addScenarioCommands(console, scenarios);
+    console.setPanelHooks({.leds = &ledsReport, .cpu = &cpuReport, .powerFailHandled = [] {
+                               return getPlatform() == PlatformKtx;
+                           }});
     host::LineServer control;
     std::string controlError;
     if (!control.start(

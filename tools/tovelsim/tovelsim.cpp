@@ -1,6 +1,7 @@
 // tovelsim: drives the simulated hardware of a running `tovel` through the
 // control channel in its unit root (<root>/sim.sock).
 #include <CLI/CLI.hpp>
+#include <cstdlib>
 #include <filesystem>
 #include <iostream>
 #include <string>
@@ -25,14 +26,18 @@ constexpr const char* kCommands = R"(Commands:
   knob DELTA                   turn the front-panel knob by DELTA counts
   watchdog                     the watchdog: armed, interval, time since the last service
   load FILE                    apply a scenario file's boards, replies and events from now on
-  events                       the scenario events, pending and done, with their times)";
+  events                       the scenario events, pending and done, with their times
+  leds                         each LED: mode, output line, lit now, blink on/off times
+  cpu                          the load figure that the status window's bar shows)";
 
 }  // namespace
 
 int main(int argc, char** argv) {
     CLI::App app{"Drive the simulated hardware of a running Tovel unit."};
     app.footer(kCommands);
-    std::string root = "unit";
+    // As for tovel: TOVEL_ROOT, else ./unit; --root overrides both.
+    const char* fromEnvironment = std::getenv("TOVEL_ROOT");
+    std::string root = fromEnvironment && *fromEnvironment ? fromEnvironment : "unit";
     std::vector<std::string> command;
     app.add_option("--root", root, "the unit root folder that tovel runs on")
         ->capture_default_str();
