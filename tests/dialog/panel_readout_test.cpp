@@ -1,7 +1,7 @@
 // The panel as text (tovelsim leds, cpu) and the status window's layout.
 #include "app/panel_readout.h"
-#include "device/platform_id.h"
 #include "app/dialog_layout.h"
+#include "device/platform_id.h"
 #include "tests/dialog/dialog_fixture.h"
 
 namespace dialog_test {
