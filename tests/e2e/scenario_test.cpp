@@ -20,19 +20,6 @@ using Clock = std::chrono::steady_clock;
 
 const std::string kExamples = std::string(TOVEL_SOURCE_DIR) + "/examples/scenarios/";
 
-std::string le32(std::uint32_t v) {
-    std::string out(4, '\0');
-    for (int i = 0; i < 4; ++i) out[i] = static_cast<char>(v >> (8 * i));
-    return out;
-}
-
-std::uint32_t statusOf(const std::string& reply) {
-    if (reply.size() < 4) return 0xFFFFFFFF;
-    std::uint32_t v = 0;
-    for (int i = 3; i >= 0; --i) v = (v << 8) | static_cast<std::uint8_t>(reply[i]);
-    return v;
-}
-
 // Rem_AtomicGet with a reply of `wanted` bytes.
 std::string atomicGet(std::uint8_t opcode, std::uint32_t wanted, const std::string& payload) {
     std::string request = std::string(1, '\x03') + static_cast<char>(opcode) + std::string(2, '\0');

@@ -70,6 +70,19 @@ std::string header(const std::string& reply, const std::string& name) {
     return reply.substr(start, reply.find("\r\n", start) - start);
 }
 
+std::string le32(std::uint32_t v) {
+    std::string out(4, '\0');
+    for (int i = 0; i < 4; ++i) out[i] = static_cast<char>(v >> (8 * i));
+    return out;
+}
+
+std::uint32_t statusOf(const std::string& reply) {
+    if (reply.size() < 4) return 0xFFFFFFFF;
+    std::uint32_t v = 0;
+    for (int i = 3; i >= 0; --i) v = (v << 8) | static_cast<std::uint8_t>(reply[i]);
+    return v;
+}
+
 void TovelProgram::start(const std::vector<std::string>& extra) {
     std::vector<std::string> args = {"--root",     root.path(),
                                      "--port-map", "3445=" + std::to_string(remotePort),

@@ -15,19 +15,6 @@ namespace {
 
 using namespace e2e;
 
-std::string le32(std::uint32_t v) {
-    std::string out(4, '\0');
-    for (int i = 0; i < 4; ++i) out[i] = static_cast<char>(v >> (8 * i));
-    return out;
-}
-
-std::uint32_t statusOf(const std::string& reply) {
-    if (reply.size() < 4) return 0xFFFFFFFF;
-    std::uint32_t v = 0;
-    for (int i = 3; i >= 0; --i) v = (v << 8) | static_cast<std::uint8_t>(reply[i]);
-    return v;
-}
-
 // Rem_AtomicGet of the simulated firmware's echo command: the reply's data is
 // the payload sent.
 std::string echoRequest(const std::string& payload) {

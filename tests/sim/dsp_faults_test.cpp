@@ -10,20 +10,7 @@ namespace {
 
 using sim::BoardKind;
 
-class DspFaultsTest : public SimBusTest {
-  protected:
-    void SetUp() override {
-        SimBusTest::SetUp();
-        board_ = bus_->attach(BoardKind::T1);
-        client_ = std::make_unique<DspClient>();
-    }
-    void TearDown() override {
-        client_.reset();
-        SimBusTest::TearDown();
-    }
-    std::shared_ptr<sim::SimDspBoard> board_;
-    std::unique_ptr<DspClient> client_;
-};
+class DspFaultsTest : public OneBoardTest {};
 
 TEST_F(DspFaultsTest, NextTransfersFailWithTheGivenCodeThenWorkAgain) {
     board_->failNextTransfers(2, ERROR_GEN_FAILURE);

@@ -14,20 +14,7 @@ namespace {
 
 using std::chrono::steady_clock;
 
-class PacedStatusTest : public SimBusTest {
-  protected:
-    void SetUp() override {
-        SimBusTest::SetUp();
-        board_ = bus_->attach(sim::BoardKind::T1);
-        client_ = std::make_unique<DspClient>();
-    }
-    void TearDown() override {
-        client_.reset();
-        SimBusTest::TearDown();
-    }
-    std::shared_ptr<sim::SimDspBoard> board_;
-    std::unique_ptr<DspClient> client_;
-};
+class PacedStatusTest : public OneBoardTest {};
 
 TEST_F(PacedStatusTest, AnUnchangedStatusTakesThePaceAChangedOneAnswersAtOnce) {
     client_->status();  // a handle's first read has nothing to compare with

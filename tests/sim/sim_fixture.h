@@ -53,6 +53,22 @@ class SimBusTest : public ::testing::Test {
     std::shared_ptr<sim::SimDspBus> bus_;
 };
 
+// One T1 board on the bus, and a client with its own driver handle.
+class OneBoardTest : public SimBusTest {
+  protected:
+    void SetUp() override {
+        SimBusTest::SetUp();
+        board_ = bus_->attach(sim::BoardKind::T1);
+        client_ = std::make_unique<DspClient>();
+    }
+    void TearDown() override {
+        client_.reset();
+        SimBusTest::TearDown();
+    }
+    std::shared_ptr<sim::SimDspBoard> board_;
+    std::unique_ptr<DspClient> client_;
+};
+
 std::vector<BYTE> bytes(std::initializer_list<int> values);
 
 }  // namespace simtest
