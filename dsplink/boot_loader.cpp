@@ -2,6 +2,7 @@
 // loadable sections in address-tagged chunks between a start and an end
 // frame, then watches the DSP leave reset and asks the owner whether it runs.
 #include <algorithm>
+#include <array>
 #include <cstring>
 #include <vector>
 
@@ -147,12 +148,19 @@ dspStatus CommPolicy_USB::sendCofEnd() {
 
 dspStatus CommPolicy_USB::sendBootFrame(BYTE device, const BYTE* payload, int length) {
     // Boot frames do not use txBuf: a boot may run beside a session's exchange.
-    std::vector<BYTE> frame(kFrameBufferSize, 0);
+    // Each frame starts from an all-zero buffer of the full frame size. The
+    // buffer is the thread's own and is cleared again after each frame, as
+    // far as that frame wrote: the same bytes as a freshly zeroed buffer
+    // without allocating and clearing 8188 bytes for every 828-byte chunk.
+    thread_local std::array<BYTE, kFrameBufferSize> frame{};
     frame[0] = device;
     frame[1] = 0;
     const bool fits = length >= 0 && length <= kMaxPayload;
-    if (payload && fits && length > 0) std::memcpy(&frame[kFrameHeader], payload, length);
+    const int copied = payload && fits && length > 0 ? length : 0;
+    if (copied > 0) std::memcpy(&frame[kFrameHeader], payload, copied);
     frame[2] = static_cast<BYTE>((length >> 8) & 0xFF);
     frame[3] = static_cast<BYTE>(length & 0xFF);
-    return primitiveSendData(frame.data(), fits ? length + kFrameHeader : -1);
+    const dspStatus r = primitiveSendData(frame.data(), fits ? length + kFrameHeader : -1);
+    std::memset(frame.data(), 0, kFrameHeader + copied);
+    return r;
 }
