@@ -4,6 +4,7 @@
 //  - boot download of a 1 MiB image next to sending the same chunk frames
 //    with the bare primitive, so the loader's own cost shows likewise.
 #include <benchmark/benchmark.h>
+#include <algorithm>
 #include <chrono>
 #include <cstdio>
 
@@ -192,7 +193,7 @@ void BM_BootDownload1MiB(benchmark::State& state) {
     }
     state.SetBytesProcessed(static_cast<std::int64_t>(state.iterations()) * kImageBytes);
 }
-BENCHMARK(BM_BootDownload1MiB)->Unit(benchmark::kMillisecond);
+BENCHMARK(BM_BootDownload1MiB)->Unit(benchmark::kMillisecond)->Repetitions(5);
 
 void BM_RawChunkSend1MiB(benchmark::State& state) {
     BenchUnitRoot root;
@@ -231,19 +232,21 @@ void BM_RawChunkSend1MiB(benchmark::State& state) {
     }
     state.SetBytesProcessed(static_cast<std::int64_t>(state.iterations()) * kImageBytes);
 }
-BENCHMARK(BM_RawChunkSend1MiB)->Unit(benchmark::kMillisecond);
+BENCHMARK(BM_RawChunkSend1MiB)->Unit(benchmark::kMillisecond)->Repetitions(5);
 
-// Prints the boot download's rate as a share of the bare chunk frames' rate.
+// Prints the boot download's rate as a share of the bare chunk frames' rate,
+// each the best of its repetitions: the machine's other work only ever slows
+// a run down, so the best runs are the fairest pair to compare.
 class RatioReporter : public benchmark::ConsoleReporter {
   public:
     void ReportRuns(const std::vector<Run>& runs) override {
         ConsoleReporter::ReportRuns(runs);
         for (const auto& run : runs) {
             const auto rate = run.counters.find("bytes_per_second");
-            if (rate == run.counters.end()) continue;
+            if (rate == run.counters.end() || run.run_type != Run::RT_Iteration) continue;
             const std::string name = run.benchmark_name();
-            if (name.starts_with("BM_BootDownload1MiB")) boot = rate->second.value;
-            if (name.starts_with("BM_RawChunkSend1MiB")) bare = rate->second.value;
+            if (name.starts_with("BM_BootDownload1MiB")) boot = std::max(boot, rate->second.value);
+            if (name.starts_with("BM_RawChunkSend1MiB")) bare = std::max(bare, rate->second.value);
         }
     }
     double boot = 0;
@@ -257,7 +260,7 @@ int main(int argc, char** argv) {
     RatioReporter reporter;
     benchmark::RunSpecifiedBenchmarks(&reporter);
     if (reporter.boot > 0 && reporter.bare > 0)
-        std::printf("boot download / bare chunk frames = %.2f (goal >= 0.9)\n",
+        std::printf("boot download / bare chunk frames = %.2f, best of 5 each (goal >= 0.9)\n",
                     reporter.boot / reporter.bare);
     benchmark::Shutdown();
     return 0;

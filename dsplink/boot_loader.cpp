@@ -26,6 +26,16 @@ bool isLoadable(const CoffSection& section) {
            (section.flags & (STYP_DSECT | STYP_NOLOAD)) == 0;
 }
 
+// Boot frames do not use txBuf: a boot may run beside a session's exchange.
+// The frame buffer is the thread's own, zeroed once. A frame sends only its
+// header and payload, which each frame writes afresh, so the wire bytes are
+// those of a freshly zeroed buffer without allocating and clearing 8188 bytes
+// for every 828-byte chunk.
+std::array<BYTE, kFrameBufferSize>& bootFrame() {
+    thread_local std::array<BYTE, kFrameBufferSize> frame{};
+    return frame;
+}
+
 }  // namespace
 
 dspStatus CommPolicy_USB::boot() {
@@ -119,7 +129,9 @@ CommPolicy_USB::ChunkResult CommPolicy_USB::writeBSTchunk(std::uint32_t address,
                                  L"CommPolicy_USB", static_cast<int>(numOctets)));
         return {dspUsbCommFailed, 0};
     }
-    BYTE chunk[kBootChunkData + 4];
+    // The chunk is laid out in place, in the payload of the thread's boot
+    // frame, so that sending it copies nothing.
+    BYTE* chunk = bootFrame().data() + kFrameHeader;
     chunk[0] = static_cast<BYTE>(address & 0xFF);
     chunk[1] = static_cast<BYTE>((address >> 8) & 0xFF);
     chunk[2] = static_cast<BYTE>((address >> 16) & 0xFF);
@@ -147,20 +159,15 @@ dspStatus CommPolicy_USB::sendCofEnd() {
 }
 
 dspStatus CommPolicy_USB::sendBootFrame(BYTE device, const BYTE* payload, int length) {
-    // Boot frames do not use txBuf: a boot may run beside a session's exchange.
-    // Each frame starts from an all-zero buffer of the full frame size. The
-    // buffer is the thread's own and is cleared again after each frame, as
-    // far as that frame wrote: the same bytes as a freshly zeroed buffer
-    // without allocating and clearing 8188 bytes for every 828-byte chunk.
-    thread_local std::array<BYTE, kFrameBufferSize> frame{};
+    std::array<BYTE, kFrameBufferSize>& frame = bootFrame();
     frame[0] = device;
     frame[1] = 0;
     const bool fits = length >= 0 && length <= kMaxPayload;
     const int copied = payload && fits && length > 0 ? length : 0;
-    if (copied > 0) std::memcpy(&frame[kFrameHeader], payload, copied);
+    // A chunk that writeBSTchunk laid out in place is already there.
+    if (copied > 0 && payload != &frame[kFrameHeader])
+        std::memcpy(&frame[kFrameHeader], payload, copied);
     frame[2] = static_cast<BYTE>((length >> 8) & 0xFF);
     frame[3] = static_cast<BYTE>(length & 0xFF);
-    const dspStatus r = primitiveSendData(frame.data(), fits ? length + kFrameHeader : -1);
-    std::memset(frame.data(), 0, kFrameHeader + copied);
-    return r;
+    return primitiveSendData(frame.data(), fits ? length + kFrameHeader : -1);
 }
