@@ -1,5 +1,7 @@
 """The simulated hardware through the unit's control socket."""
 
+import time
+
 import pytest
 
 import tovel
@@ -91,6 +93,12 @@ def test_sim_error_carries_the_reason(tovel_unit_shared):
 
 @pytest.mark.tovel_unit(boards="t1")
 def test_powerfail_resets_the_unit(tovel_unit):
+    # The unit listens before its power-fail thread has armed line 17; a line
+    # raised before that is no rising edge the thread could see.
+    deadline = time.monotonic() + 20
+    while "PowerFailThread - Enter Loop" not in tovel_unit.output():
+        assert time.monotonic() < deadline, tovel_unit.output_tail()
+        time.sleep(0.05)
     tovel_unit.sim.powerfail()
     assert tovel_unit.wait(timeout=60) == 23
     with pytest.raises(OSError):
