@@ -217,6 +217,10 @@ int run(int argc, char** argv) {
             return fail(kSetupExitCode, "cannot write the trace " + options.trace);
         setRequestTrace(trace);
     }
+    // The platform is settled here, before any thread asks: a caller that
+    // asks while the first answer is being read is told "unreadable", and the
+    // dialog would then start no power-fail thread on a KTX unit.
+    getPlatform();
     // The scenario's timeline starts now.
     if (scenarioFile) std::cout << "tovel: " << scenarios.load(*scenarioFile) << "\n";
     CTovelApp app(
