@@ -101,18 +101,68 @@ HANDLE openForReading(const std::wstring& path) {
                              host::OPEN_EXISTING, host::FILE_ATTRIBUTE_NORMAL);
 }
 
-// Reads up to `count` bytes, going on after short reads; answers how many arrived.
-std::size_t readUpTo(HANDLE h, std::uint8_t* buffer, std::size_t count) {
-    std::size_t total = 0;
-    while (total < count) {
-        const DWORD want = static_cast<DWORD>(
-            std::min<std::size_t>(count - total, std::numeric_limits<std::int32_t>::max()));
-        DWORD got = 0;
-        if (!host::ReadFile(h, buffer + total, want, &got) || got == 0) break;
-        total += got;
+// Where the parser's bytes come from: a stream with a size, a position and
+// reads that may come back short.
+class ByteSource {
+  public:
+    virtual ~ByteSource() = default;
+    virtual DWORD size() = 0;  // host::INVALID_FILE_SIZE when it cannot be told
+    virtual bool seek(std::uint32_t position) = 0;
+    // Reads up to `count` bytes; answers how many arrived.
+    virtual std::size_t read(std::uint8_t* buffer, std::size_t count) = 0;
+};
+
+class FileSource final : public ByteSource {
+  public:
+    explicit FileSource(HANDLE h) : handle_(h) {}
+    DWORD size() override { return host::GetFileSize(handle_); }
+    bool seek(std::uint32_t position) override {
+        return host::SetFilePointer(handle_, static_cast<LONG>(position), host::FILE_BEGIN) !=
+               host::INVALID_SET_FILE_POINTER;
     }
-    return total;
-}
+    // Goes on after short reads.
+    std::size_t read(std::uint8_t* buffer, std::size_t count) override {
+        std::size_t total = 0;
+        while (total < count) {
+            const DWORD want = static_cast<DWORD>(
+                std::min<std::size_t>(count - total, std::numeric_limits<std::int32_t>::max()));
+            DWORD got = 0;
+            if (!host::ReadFile(handle_, buffer + total, want, &got) || got == 0) break;
+            total += got;
+        }
+        return total;
+    }
+
+  private:
+    HANDLE handle_;
+};
+
+// Behaves as the file source does on a file holding the same bytes: a
+// position past the end (or one the host could not seek to) reads nothing.
+class MemorySource final : public ByteSource {
+  public:
+    explicit MemorySource(std::span<const std::uint8_t> bytes) : bytes_(bytes) {}
+    DWORD size() override {
+        return bytes_.size() >= host::INVALID_FILE_SIZE ? host::INVALID_FILE_SIZE
+                                                        : static_cast<DWORD>(bytes_.size());
+    }
+    bool seek(std::uint32_t position) override {
+        if (position > static_cast<std::uint32_t>(std::numeric_limits<LONG>::max())) return false;
+        position_ = position;
+        return true;
+    }
+    std::size_t read(std::uint8_t* buffer, std::size_t count) override {
+        if (position_ >= bytes_.size()) return 0;
+        const std::size_t n = std::min(count, bytes_.size() - position_);
+        std::memcpy(buffer, bytes_.data() + position_, n);
+        position_ += n;
+        return n;
+    }
+
+  private:
+    std::span<const std::uint8_t> bytes_;
+    std::size_t position_ = 0;
+};
 
 // A name field as text: bytes up to the first NUL, each byte one character.
 std::wstring nameText(const char* field, std::size_t maxLength) {
@@ -127,12 +177,12 @@ void logSectionFailure(const wchar_t* format, const coff::SectionHeader& header)
 }
 
 // Steps after the stream is open: headers, section table, section data.
-int readOpenImage(HANDLE h, const std::wstring& path, CoffSectionTable& sections,
+int readOpenImage(ByteSource& source, const std::wstring& path, CoffSectionTable& sections,
                   int& sectionCount) {
-    const DWORD fileSize = host::GetFileSize(h);
+    const DWORD fileSize = source.size();
     std::array<std::uint8_t, coff::kFileHeaderSize> rawHeader{};
     if (fileSize == host::INVALID_FILE_SIZE ||
-        readUpTo(h, rawHeader.data(), rawHeader.size()) != rawHeader.size()) {
+        source.read(rawHeader.data(), rawHeader.size()) != rawHeader.size()) {
         LogError(host::wformat(L"%s: failure to read header %s!", kClassName, path.c_str()));
         return kCoffHeaderUnreadable;
     }
@@ -152,9 +202,8 @@ int readOpenImage(HANDLE h, const std::wstring& path, CoffSectionTable& sections
         static_cast<std::size_t>(std::min<std::uint64_t>(header.sectionCount, fitting));
     std::vector<std::uint8_t> rawTable(toRead * coff::kSectionHeaderSize);
     std::size_t headersRead = 0;
-    if (toRead > 0 && host::SetFilePointer(h, static_cast<LONG>(tablePos), host::FILE_BEGIN) !=
-                          host::INVALID_SET_FILE_POINTER)
-        headersRead = readUpTo(h, rawTable.data(), rawTable.size()) / coff::kSectionHeaderSize;
+    if (toRead > 0 && source.seek(static_cast<std::uint32_t>(tablePos)))
+        headersRead = source.read(rawTable.data(), rawTable.size()) / coff::kSectionHeaderSize;
     if (headersRead < header.sectionCount) {
         // Headers that were never read must not be used; a partial table is
         // as useless to the boot as a missing one.
@@ -190,9 +239,7 @@ int readOpenImage(HANDLE h, const std::wstring& path, CoffSectionTable& sections
         // read then fails), so such a position is not a failed seek: a section
         // with nothing to load is skipped, one with data cannot be read (148).
         const bool pastEnd = s.rawDataPos >= fileSize;
-        if (!pastEnd && host::SetFilePointer(h, static_cast<LONG>(s.rawDataPos),
-                                             host::FILE_BEGIN) == host::INVALID_SET_FILE_POINTER)
-            return kCoffSeekFailed;
+        if (!pastEnd && !source.seek(s.rawDataPos)) return kCoffSeekFailed;
         if (!coff::sectionHasData(s.size, s.flags)) continue;
 
         CoffSection& record = sections[static_cast<std::size_t>(sectionCount)];
@@ -209,7 +256,7 @@ int readOpenImage(HANDLE h, const std::wstring& path, CoffSectionTable& sections
             logSectionFailure(L"%s: failure to alloc section %s!", s);
             return kCoffAllocFailed;
         }
-        if (readUpTo(h, record.data.data(), s.size) != s.size) {
+        if (source.read(record.data.data(), s.size) != s.size) {
             record.data = {};
             logSectionFailure(L"%s: failure to read section %s!", s);
             return kCoffSectionUnreadable;
@@ -249,5 +296,14 @@ int readCoffImage(const std::wstring& path, CoffSectionTable& sections, int& sec
         LogError(host::wformat(L"%s: input file %s wont open!", kClassName, path.c_str()));
         return kCoffStreamFailed;
     }
-    return readOpenImage(stream.get(), path, sections, sectionCount);
+    FileSource source(stream.get());
+    return readOpenImage(source, path, sections, sectionCount);
+}
+
+int readCoffImageBytes(std::span<const std::uint8_t> image, const std::wstring& path,
+                       CoffSectionTable& sections, int& sectionCount) {
+    sections.fill(CoffSection{});
+    sectionCount = 0;
+    MemorySource source(image);
+    return readOpenImage(source, path, sections, sectionCount);
 }

@@ -31,6 +31,12 @@ inline constexpr int kCoffHeadersTruncated = 150;   // section headers end befor
 // to the event log.
 int readCoffImage(const std::wstring& path, CoffSectionTable& sections, int& sectionCount);
 
+// Reads an image that is already in memory with the same parser, steps and
+// log lines as readCoffImage after it has opened the file (so never 141-143);
+// `path` names the image in those lines. The fuzzer's way in: no file per input.
+int readCoffImageBytes(std::span<const std::uint8_t> image, const std::wstring& path,
+                       CoffSectionTable& sections, int& sectionCount);
+
 namespace coff {
 
 inline constexpr std::size_t kFileHeaderSize = 22;

@@ -1,10 +1,10 @@
 // libFuzzer target: the DSP link's COFF image reader on arbitrary file
-// contents. Each input is written as the board's image file in a scratch
-// unit root and read the way a boot reads it.
+// contents. Each input is parsed from memory by the same code that parses the
+// board's image file once a boot has opened it; only the event log, which the
+// reader writes to on every failure, needs a scratch unit root.
 #include <cstddef>
 #include <cstdint>
 #include <filesystem>
-#include <fstream>
 #include <random>
 #include <string>
 
@@ -14,7 +14,7 @@
 
 namespace {
 
-const wchar_t* const kImagePath = L"\\Program Files\\Orvane Instruments\\480\\rf.cof";
+const std::wstring kImagePath = L"\\Program Files\\Orvane Instruments\\480\\rf.cof";
 
 class ScratchRoot {
   public:
@@ -24,33 +24,24 @@ class ScratchRoot {
                 ("coff-fuzz-" + std::to_string(random()) + std::to_string(random()));
         std::filesystem::create_directories(root_);
         host::setUnitRoot(root_.string());
-        image_ = host::mapPath(kImagePath);
-        std::filesystem::create_directories(std::filesystem::path(image_).parent_path());
         host::setDebugSink([](const std::wstring&) {});  // the event log's echo is noise here
     }
     ~ScratchRoot() {
         std::error_code ignored;
         std::filesystem::remove_all(root_, ignored);
     }
-    void write(const std::uint8_t* data, std::size_t size) const {
-        std::ofstream out(image_, std::ios::binary | std::ios::trunc);
-        out.write(reinterpret_cast<const char*>(data), static_cast<std::streamsize>(size));
-    }
 
   private:
     std::filesystem::path root_;
-    std::string image_;
 };
 
 }  // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
     static const ScratchRoot scratch;
-    scratch.write(data, size);
-
     CoffSectionTable sections;
     int count = 0;
-    const int result = readCoffImage(kImagePath, sections, count);
+    const int result = readCoffImageBytes({data, size}, kImagePath, sections, count);
 
     // The reader's own promises; a broken one is a finding.
     if (result != 0 && (result < kCoffOpenFailed || result > kCoffHeadersTruncated))

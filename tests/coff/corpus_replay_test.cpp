@@ -131,6 +131,17 @@ void expectConsistent(const cofftest::ReadOutcome& out, std::size_t fileSize) {
     }
 }
 
+// Reading the same bytes from memory, the fuzzer's way in, gives the same table.
+void expectSameFromMemory(const cofftest::ReadOutcome& fromFile, const Bytes& image) {
+    cofftest::ReadOutcome mem;
+    mem.result = readCoffImageBytes(image, cofftest::kImagePath, mem.sections, mem.count);
+    EXPECT_EQ(mem.result, fromFile.result);
+    ASSERT_EQ(mem.count, fromFile.count);
+    for (std::size_t i = 0; i < static_cast<std::size_t>(mem.count); ++i)
+        EXPECT_TRUE(mem.sections[i].data == fromFile.sections[i].data &&
+                    mem.sections[i].address == fromFile.sections[i].address);
+}
+
 TEST(CoffCorpusReplay, SeedsAndMutationsNeverBreakTheReader) {
     TempUnitRoot root;
     std::vector<Bytes> seeds = generatedSeeds();
@@ -148,12 +159,14 @@ TEST(CoffCorpusReplay, SeedsAndMutationsNeverBreakTheReader) {
             EXPECT_EQ(plain.result, 0);
         }
         expectConsistent(plain, seeds[i].size());
+        expectSameFromMemory(plain, seeds[i]);
         for (int m = 0; m < 40; ++m, ++runs) {
             const Bytes mutated = mutate(seeds[i], random);
             cofftest::allocations::reset();
             const auto out = cofftest::writeAndRead(root, mutated);
             SCOPED_TRACE("mutation " + std::to_string(m));
             expectConsistent(out, mutated.size());
+            expectSameFromMemory(out, mutated);
             EXPECT_LE(cofftest::allocations::largest(), mutated.size() + 65536);
         }
     }
