@@ -14,6 +14,17 @@
 #include "platform/last_error.h"
 #include "platform/text.h"
 
+#if defined(__SANITIZE_ADDRESS__)
+#define TOVEL_LEAK_CHECK_AT_EXIT 1
+#elif defined(__has_feature)
+#if __has_feature(address_sanitizer)
+#define TOVEL_LEAK_CHECK_AT_EXIT 1
+#endif
+#endif
+#ifdef TOVEL_LEAK_CHECK_AT_EXIT
+#include <sanitizer/lsan_interface.h>
+#endif
+
 extern char** environ;
 
 namespace host {
@@ -73,6 +84,12 @@ void ExitProcess(int code) {
         for (;;) never.wait(lock);
     }
     std::fflush(nullptr);
+#ifdef TOVEL_LEAK_CHECK_AT_EXIT
+    // _Exit skips the leak checker's own end-of-process run; without this an
+    // AddressSanitizer build would never report a leak of the unit. Memory
+    // that running threads or globals still reach is not a leak.
+    __lsan_do_leak_check();
+#endif
     std::_Exit(code);
 }
 
