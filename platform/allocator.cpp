@@ -8,4 +8,8 @@ void useOneAllocatorArena() {
     ::mallopt(M_ARENA_MAX, 1);
 }
 
+void returnFreeHeapPages() {
+    ::malloc_trim(0);
+}
+
 }  // namespace host

@@ -28,7 +28,7 @@ void remember(Sink& s, const std::wstring& text) {
     for (wchar_t c : text) {
         if (c != L'\n') {
             s.partial += c;
-            continue;
+            if (s.partial.size() < DebugHistory::kDebugHistoryLineChars) continue;
         }
         s.lines.push_back(std::move(s.partial));
         s.partial.clear();

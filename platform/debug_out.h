@@ -14,8 +14,12 @@ using DebugSink = std::function<void(const std::wstring&)>;
 
 // What was written to the debug output lately, whatever the sink: the last
 // kDebugHistoryLines whole lines, oldest first, and an unfinished line.
+// Most messages end without a newline, so a "line" can gather any number of
+// them: a line longer than kDebugHistoryLineChars counts as ended there,
+// which keeps the history's memory bounded whatever a client provokes.
 struct DebugHistory {
     static constexpr std::size_t kDebugHistoryLines = 200;
+    static constexpr std::size_t kDebugHistoryLineChars = 512;
     std::vector<std::wstring> recentLines;
     std::wstring unfinishedLine;
 };

@@ -6,6 +6,7 @@
 #include "app/message_channels.h"
 #include "boards/usb_ctlr.h"
 #include "device/watchdog.h"
+#include "platform/allocator.h"
 #include "platform/clock.h"
 #include "platform/debug_out.h"
 #include "platform/handles.h"
@@ -134,20 +135,26 @@ HANDLE TovelCtlr::threadHandle(Thread which) const {
 // ---- Session supervision.
 
 void TovelCtlr::purgeDoneTovels() {
-    std::lock_guard<host::CriticalSection> lock(m_tovelLock);
-    bool removed = true;
-    while (removed) {
-        removed = false;
-        for (auto it = m_tovels.begin(); it != m_tovels.end(); ++it) {
-            if ((*it)->isDoneOrHung()) {
-                debugMessage(
-                    host::wformat(L"Tovel 0x%x is done; remove, delete\n", logAddress(it->get())));
-                m_tovels.erase(it);
-                removed = true;
-                break;  // start the walk again from the first session
+    bool purged = false;
+    {
+        std::lock_guard<host::CriticalSection> lock(m_tovelLock);
+        bool removed = true;
+        while (removed) {
+            removed = false;
+            for (auto it = m_tovels.begin(); it != m_tovels.end(); ++it) {
+                if ((*it)->isDoneOrHung()) {
+                    debugMessage(host::wformat(L"Tovel 0x%x is done; remove, delete\n",
+                                               logAddress(it->get())));
+                    m_tovels.erase(it);
+                    removed = purged = true;
+                    break;  // start the walk again from the first session
+                }
             }
         }
     }
+    // Over weeks of clients coming and going, resident memory stays at what
+    // is in use rather than at the highest it ever was.
+    if (purged) host::returnFreeHeapPages();
 }
 
 void TovelCtlr::terminateAllTovels() {
