@@ -5,6 +5,7 @@
 //    with the bare primitive, so the loader's own cost shows likewise.
 #include <benchmark/benchmark.h>
 #include <algorithm>
+#include <array>
 #include <chrono>
 #include <cstdio>
 
@@ -17,6 +18,7 @@
 
 #include "boards/error_log.h"
 #include "dsplink/comm_policy_usb.h"
+#include "dsplink/wire.h"
 #include "platform/clock.h"
 #include "platform/files.h"
 #include "sim/dsp_bus.h"
@@ -97,11 +99,14 @@ struct BoardAndLink {
 };
 
 void put16(std::string& out, std::uint16_t v) {
-    out += static_cast<char>(v & 0xFF);
-    out += static_cast<char>(v >> 8);
+    std::array<std::uint8_t, 2> bytes{};
+    wire::writeU16le(bytes, 0, v);
+    out.append(bytes.begin(), bytes.end());
 }
 void put32(std::string& out, std::uint32_t v) {
-    for (int i = 0; i < 4; ++i) out += static_cast<char>((v >> (8 * i)) & 0xFF);
+    std::array<std::uint8_t, 4> bytes{};
+    wire::writeU32le(bytes, 0, v);
+    out.append(bytes.begin(), bytes.end());
 }
 
 // A little-endian C6000 COFF image with kImageBytes of section data.
@@ -206,19 +211,17 @@ void BM_RawChunkSend1MiB(benchmark::State& state) {
         for (std::uint32_t done = 0; done < perSection; done += dsplink::kBootChunkData) {
             const std::uint32_t n = std::min(dsplink::kBootChunkData, perSection - done);
             std::vector<BYTE> frame(8 + n, 0x33);
-            frame[0] = dsplink::kDeviceBootChunk;
-            frame[1] = 0;
-            frame[2] = static_cast<BYTE>((n + 4) >> 8);
-            frame[3] = static_cast<BYTE>((n + 4) & 0xFF);
-            for (int i = 0; i < 4; ++i) frame[4 + i] = static_cast<BYTE>(address >> (8 * i));
+            wire::putFrameHeader(frame, wire::kDeviceBootChunk, 0,
+                                 static_cast<std::uint16_t>(n + 4));
+            wire::writeU32le(frame, 4, address);
             frames.push_back(std::move(frame));
             address += n;
         }
     }
     // All the frames a boot sends: the start frame resets the simulated
     // board's memory, so leaving it out would favour the bare side.
-    std::vector<BYTE> start = {dsplink::kDeviceBootStart, 0, 0, 0};
-    std::vector<BYTE> end = {dsplink::kDeviceBootEnd, 0, 0, 0};
+    std::vector<BYTE> start = {wire::kDeviceBootStart, 0, 0, 0};
+    std::vector<BYTE> end = {wire::kDeviceBootEnd, 0, 0, 0};
     frames.insert(frames.begin(), start);
     frames.push_back(end);
     for (auto _ : state) {

@@ -13,6 +13,7 @@
 #include "platform/handles.h"
 #include "platform/sync.h"
 #include "platform/thread.h"
+#include "server/remote_protocol.h"
 #include "server/tovel_ctlr.h"
 #include "tools/tovel/unit_layout.h"
 
@@ -25,7 +26,6 @@ namespace {
 constexpr DWORD kConnectPatienceMs = 5000;
 constexpr DWORD kConnectRetryMs = 5;
 constexpr DWORD kReplyPatienceMs = 10000;
-constexpr std::size_t kRawReceiveBuffer = 10000;  // as large as the session's
 
 host::SOCKET loopbackListener(std::uint16_t& port) {
     host::SOCKET s = host::socket(host::AF_INET, host::SOCK_STREAM, host::IPPROTO_TCP);
@@ -122,8 +122,8 @@ DWORD RawServer::serve() {
     const BOOL on = TRUE_;
     host::setsockopt(client, host::IPPROTO_TCP, host::TCP_NODELAY,
                      reinterpret_cast<const char*>(&on), sizeof on);
-    std::vector<char> buffer(kRawReceiveBuffer);
-    std::size_t pending = 0;  // bytes of the request under way
+    std::vector<char> buffer(remproto::kReceiveBufferSize);  // as large as the session's
+    std::size_t pending = 0;                                 // bytes of the request under way
     for (;;) {
         const int n = host::recv(client, buffer.data(), static_cast<int>(buffer.size()), 0);
         if (n <= 0) break;

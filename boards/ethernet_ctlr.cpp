@@ -1,6 +1,7 @@
 #include "boards/ethernet_ctlr.h"
 
 #include "boards/error_log.h"
+#include "dsplink/wire.h"
 #include "platform/text.h"
 
 namespace {
@@ -56,9 +57,9 @@ std::wstring EthernetCtlr::getName() {
 void EthernetCtlr::readCofVersion() {
     std::vector<BYTE> reply(kVersionReplySize, 0);
     if (!queryCofVersion(kVersionOpcode, reply)) return;
-    if (le32(reply, kNewBoardMarkOffset) == kNewBoardMark) newIpBoard = true;
-    cofMinor = le16(reply, 2);
-    cofMajor = le16(reply, 0);
+    if (wire::readU32le(reply, kNewBoardMarkOffset) == kNewBoardMark) newIpBoard = true;
+    cofMinor = wire::readU16le(reply, 2);
+    cofMajor = wire::readU16le(reply, 0);
 }
 
 bool EthernetCtlr::flashCOF() {

@@ -1,6 +1,7 @@
 #include "boards/rf_ctlr.h"
 
 #include "boards/error_log.h"
+#include "dsplink/wire.h"
 #include "platform/text.h"
 
 namespace {
@@ -43,8 +44,8 @@ void RFCtlr::readCofVersion() {
     std::vector<BYTE> reply(kVersionReplySize, 0);
     if (!queryCofVersion(kVersionOpcode, reply)) return;
     // The low halves of the 32-bit words at 20 (major) and 24 (minor).
-    cofMinor = le16(reply, 24);
-    cofMajor = le16(reply, 20);
+    cofMinor = wire::readU16le(reply, 24);
+    cofMajor = wire::readU16le(reply, 20);
 }
 
 bool RFCtlr::flashCOF() {

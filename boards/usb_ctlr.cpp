@@ -8,6 +8,7 @@
 
 #include "boards/error_log.h"
 #include "boards/last_good_image.h"
+#include "dsplink/wire.h"
 #include "platform/clock.h"
 #include "platform/text.h"
 #include "platform/thread.h"
@@ -16,16 +17,10 @@ std::atomic<bool> acceptAnyCofVersion{false};
 
 namespace {
 
-// Device id of the board-detail exchange and its two opcodes.
-constexpr BYTE kDeviceBoardInfo = 11;
-constexpr BYTE kBoardInfoRead = 0;
-constexpr BYTE kBoardInfoWrite = 1;
-constexpr BYTE kDetailLength = BoardDetail::kSize;
+constexpr std::uint16_t kDetailLength = BoardDetail::kSize;
 
 // The controller reads one byte more than the link's 64-byte status block.
-constexpr DWORD kStatusReadSize = 65;
-constexpr std::size_t kStatusDetailOffset = 4;
-constexpr std::size_t kStatusDetailSize = 60;
+constexpr DWORD kStatusReadSize = wire::kStatusBlockSize + 1;
 constexpr BYTE kHighestReportedState = 14;
 
 // The newer IP boards need at least this program major version.
@@ -56,22 +51,18 @@ dspStatus UsbCtlr::getBoardDetail() {
     if (!link) return dspNoUsbComm;
     std::lock_guard<CommPolicy> guard(*link);
     std::vector<BYTE> message(dsplink::kFrameBufferSize, 0);
-    message[0] = kDeviceBoardInfo;
-    message[1] = kBoardInfoRead;
-    if (link->primitiveSendData(message.data(), dsplink::kFrameHeader) != dspOk)
+    wire::putFrameHeader(message, wire::kDeviceBoardDetail, wire::kBoardDetailRead, 0);
+    if (link->primitiveSendData(message.data(), wire::kFrameHeader) != dspOk)
         LogError(L"UsbCtlr::getBoardDetail() fails in primitiveSendData!");
 
-    message[0] = kDeviceBoardInfo;
-    message[1] = kBoardInfoRead;
-    message[2] = 0;
-    message[3] = kDetailLength;
-    int size = dsplink::kFrameHeader + kDetailLength;
+    wire::putFrameHeader(message, wire::kDeviceBoardDetail, wire::kBoardDetailRead, kDetailLength);
+    int size = wire::kFrameHeader + kDetailLength;
     const dspStatus result = link->primitiveGetData(message.data(), &size);
     if (result != dspOk) LogError(L"UsbCtlr::getBoardDetail() fails in primitiveGetData!");
 
     // Taken whatever the outcome: a failed read leaves what the buffer held.
     boardDetail = BoardDetail::decode(std::span<const BYTE, BoardDetail::kSize>(
-        message.data() + dsplink::kFrameHeader, BoardDetail::kSize));
+        message.data() + wire::kFrameHeader, BoardDetail::kSize));
     return result;
 }
 
@@ -84,12 +75,10 @@ dspStatus UsbCtlr::writeBoardDetail(const std::array<std::uint32_t, 8>& words) {
     boardDetail.info45 = std::uint64_t{words[4]} | (std::uint64_t{words[5]} << 32);
     boardDetail.info7 = words[7];
 
-    std::vector<BYTE> message(dsplink::kFrameHeader + BoardDetail::kSize, 0);
-    message[0] = kDeviceBoardInfo;
-    message[1] = kBoardInfoWrite;
-    message[3] = kDetailLength;
+    std::vector<BYTE> message(wire::kFrameHeader + BoardDetail::kSize, 0);
+    wire::putFrameHeader(message, wire::kDeviceBoardDetail, wire::kBoardDetailWrite, kDetailLength);
     const auto bytes = boardDetail.encode();
-    std::copy(bytes.begin(), bytes.end(), message.begin() + dsplink::kFrameHeader);
+    std::copy(bytes.begin(), bytes.end(), message.begin() + wire::kFrameHeader);
     return link->primitiveSendData(message.data(), static_cast<int>(message.size()));
 }
 
@@ -203,10 +192,11 @@ dspStatus UsbCtlr::getStatus(BYTE* detail) {
     DWORD size = kStatusReadSize;
     const dspStatus result = link->primitiveGetStatus(block.data(), &size);
     if (result != dspOk) return result;
-    if (block[0] != dsplink::kDeviceDsp) return dspMsgMixup;
-    if (detail) std::memcpy(detail, block.data() + kStatusDetailOffset, kStatusDetailSize);
+    if (block[0] != wire::kDeviceDsp) return dspMsgMixup;
+    if (detail)
+        std::memcpy(detail, block.data() + wire::kStatusDetailOffset, wire::kStatusDetailSize);
 
-    const BYTE state = block[dsplink::kStatusOffset];
+    const BYTE state = block[wire::kStatusOffset];
     return state > kHighestReportedState ? dspDead : static_cast<dspStatus>(state);
 }
 
@@ -287,12 +277,4 @@ bool UsbCtlr::sendFlashCommand(BYTE opcode, const wchar_t* resultFormat) {
 
 std::wstring UsbCtlr::nameText(const wchar_t* format) {
     return host::wformat(format, getSerialNumberText().c_str(), logAddress(this));
-}
-
-std::uint16_t UsbCtlr::le16(const std::vector<BYTE>& bytes, std::size_t offset) {
-    return static_cast<std::uint16_t>(bytes.at(offset) | (bytes.at(offset + 1) << 8));
-}
-
-std::uint32_t UsbCtlr::le32(const std::vector<BYTE>& bytes, std::size_t offset) {
-    return std::uint32_t{le16(bytes, offset)} | (std::uint32_t{le16(bytes, offset + 2)} << 16);
 }

@@ -192,9 +192,6 @@ class UsbCtlr : public LinkOwner {
     // The detail after making sure it has been read.
     BoardDetail currentDetail();
 
-    static std::uint16_t le16(const std::vector<BYTE>& bytes, std::size_t offset);
-    static std::uint32_t le32(const std::vector<BYTE>& bytes, std::size_t offset);
-
     // ---- Registry state, guarded by registryLock. The registry owns every
     // controller in these arrays; each is in exactly one.
     static NoDestructor<std::vector<std::unique_ptr<T1Ctlr>>> T1Ctlrs;

@@ -131,11 +131,8 @@ CommPolicy_USB::ChunkResult CommPolicy_USB::writeBSTchunk(std::uint32_t address,
     }
     // The chunk is laid out in place, in the payload of the thread's boot
     // frame, so that sending it copies nothing.
-    BYTE* chunk = bootFrame().data() + kFrameHeader;
-    chunk[0] = static_cast<BYTE>(address & 0xFF);
-    chunk[1] = static_cast<BYTE>((address >> 8) & 0xFF);
-    chunk[2] = static_cast<BYTE>((address >> 16) & 0xFF);
-    chunk[3] = static_cast<BYTE>((address >> 24) & 0xFF);
+    BYTE* chunk = bootFrame().data() + wire::kFrameHeader;
+    wire::writeU32le({chunk, 4}, 0, address);
     if (numOctets > 0) std::memcpy(chunk + 4, data, numOctets);
 
     const dspStatus r = sendCofData(chunk, static_cast<int>(numOctets + 4));
@@ -147,27 +144,24 @@ CommPolicy_USB::ChunkResult CommPolicy_USB::writeBSTchunk(std::uint32_t address,
 }
 
 dspStatus CommPolicy_USB::sendCofStart() {
-    return sendBootFrame(kDeviceBootStart, nullptr, 0);
+    return sendBootFrame(wire::kDeviceBootStart, nullptr, 0);
 }
 
 dspStatus CommPolicy_USB::sendCofData(const BYTE* chunk, int length) {
-    return sendBootFrame(kDeviceBootChunk, chunk, length);
+    return sendBootFrame(wire::kDeviceBootChunk, chunk, length);
 }
 
 dspStatus CommPolicy_USB::sendCofEnd() {
-    return sendBootFrame(kDeviceBootEnd, nullptr, 0);
+    return sendBootFrame(wire::kDeviceBootEnd, nullptr, 0);
 }
 
 dspStatus CommPolicy_USB::sendBootFrame(BYTE device, const BYTE* payload, int length) {
     std::array<BYTE, kFrameBufferSize>& frame = bootFrame();
-    frame[0] = device;
-    frame[1] = 0;
-    const bool fits = length >= 0 && length <= kMaxPayload;
+    const bool fits = length >= 0 && length <= wire::kMaxPayload;
     const int copied = payload && fits && length > 0 ? length : 0;
     // A chunk that writeBSTchunk laid out in place is already there.
-    if (copied > 0 && payload != &frame[kFrameHeader])
-        std::memcpy(&frame[kFrameHeader], payload, copied);
-    frame[2] = static_cast<BYTE>((length >> 8) & 0xFF);
-    frame[3] = static_cast<BYTE>(length & 0xFF);
-    return primitiveSendData(frame.data(), fits ? length + kFrameHeader : -1);
+    if (copied > 0 && payload != &frame[wire::kFrameHeader])
+        std::memcpy(&frame[wire::kFrameHeader], payload, copied);
+    wire::putFrameHeader(frame, device, 0, static_cast<std::uint16_t>(length));
+    return primitiveSendData(frame.data(), fits ? length + wire::kFrameHeader : -1);
 }

@@ -8,26 +8,12 @@
 #include <vector>
 
 #include "boards/error_log.h"
+#include "dsplink/wire.h"
 #include "platform/files.h"
 #include "platform/handles.h"
 #include "platform/text.h"
 
 namespace coff {
-namespace {
-
-std::uint16_t get16(const std::uint8_t* p, bool bigEndian) {
-    return bigEndian ? static_cast<std::uint16_t>(p[0] << 8 | p[1])
-                     : static_cast<std::uint16_t>(p[1] << 8 | p[0]);
-}
-
-std::uint32_t get32(const std::uint8_t* p, bool bigEndian) {
-    if (bigEndian)
-        return std::uint32_t{p[0]} << 24 | std::uint32_t{p[1]} << 16 | std::uint32_t{p[2]} << 8 |
-               p[3];
-    return std::uint32_t{p[3]} << 24 | std::uint32_t{p[2]} << 16 | std::uint32_t{p[1]} << 8 | p[0];
-}
-
-}  // namespace
 
 bool isC6000TargetId(std::uint16_t targetIdReadLittleEndian) {
     return targetIdReadLittleEndian == kTargetIdC6000 ||
@@ -35,19 +21,19 @@ bool isC6000TargetId(std::uint16_t targetIdReadLittleEndian) {
 }
 
 FileHeader decodeFileHeader(std::span<const std::uint8_t, kFileHeaderSize> bytes) {
-    const std::uint8_t* p = bytes.data();
     FileHeader h;
     // The target ID alone decides the byte order of every other field.
-    h.targetId = get16(p + 20, false);
+    h.targetId = wire::readU16le(bytes, 20);
     h.bigEndian = h.targetId == static_cast<std::uint16_t>(kTargetIdC6000 << 8);
     const bool be = h.bigEndian;
-    h.versionId = get16(p + 0, be);  // shown only; the reader accepts any version
-    h.sectionCount = get16(p + 2, be);
-    h.timeStamp = get32(p + 4, be);
-    h.symbolTablePos = get32(p + 8, be);
-    h.symbolCount = get32(p + 12, be);
-    h.optionalHeaderSize = get16(p + 16, be);
-    h.flags = get16(p + 18, be);
+    h.versionId =
+        wire::read<std::uint16_t>(bytes, 0, be);  // shown only; the reader accepts any version
+    h.sectionCount = wire::read<std::uint16_t>(bytes, 2, be);
+    h.timeStamp = wire::read<std::uint32_t>(bytes, 4, be);
+    h.symbolTablePos = wire::read<std::uint32_t>(bytes, 8, be);
+    h.symbolCount = wire::read<std::uint32_t>(bytes, 12, be);
+    h.optionalHeaderSize = wire::read<std::uint16_t>(bytes, 16, be);
+    h.flags = wire::read<std::uint16_t>(bytes, 18, be);
     return h;
 }
 
@@ -58,18 +44,18 @@ SectionHeader decodeSectionHeader(std::span<const std::uint8_t, kSectionHeaderSi
     std::memcpy(s.name, p, 8);
     s.name[8] = '\0';
     s.nameInStringTable = p[0] == 0 && p[1] == 0 && p[2] == 0 && p[3] == 0;
-    if (s.nameInStringTable) s.stringTableOffset = get32(p + 4, bigEndian);
-    s.physicalAddress = get32(p + 8, bigEndian);
-    s.virtualAddress = get32(p + 12, bigEndian);
-    s.size = get32(p + 16, bigEndian);
-    s.rawDataPos = get32(p + 20, bigEndian);
-    s.relocationPos = get32(p + 24, bigEndian);
-    s.lineNumberPos = get32(p + 28, bigEndian);
-    s.relocationCount = get32(p + 32, bigEndian);
-    s.lineNumberCount = get32(p + 36, bigEndian);
-    s.flags = get32(p + 40, bigEndian);
-    s.reserved = get16(p + 44, bigEndian);
-    s.page = get16(p + 46, bigEndian);
+    if (s.nameInStringTable) s.stringTableOffset = wire::read<std::uint32_t>(bytes, 4, bigEndian);
+    s.physicalAddress = wire::read<std::uint32_t>(bytes, 8, bigEndian);
+    s.virtualAddress = wire::read<std::uint32_t>(bytes, 12, bigEndian);
+    s.size = wire::read<std::uint32_t>(bytes, 16, bigEndian);
+    s.rawDataPos = wire::read<std::uint32_t>(bytes, 20, bigEndian);
+    s.relocationPos = wire::read<std::uint32_t>(bytes, 24, bigEndian);
+    s.lineNumberPos = wire::read<std::uint32_t>(bytes, 28, bigEndian);
+    s.relocationCount = wire::read<std::uint32_t>(bytes, 32, bigEndian);
+    s.lineNumberCount = wire::read<std::uint32_t>(bytes, 36, bigEndian);
+    s.flags = wire::read<std::uint32_t>(bytes, 40, bigEndian);
+    s.reserved = wire::read<std::uint16_t>(bytes, 44, bigEndian);
+    s.page = wire::read<std::uint16_t>(bytes, 46, bigEndian);
     return s;
 }
 

@@ -9,33 +9,14 @@
 
 #include "dsplink/coff_section.h"
 #include "dsplink/comm_policy.h"
+#include "dsplink/wire.h"
 
 namespace dsplink {
 
-// Frame limits: a 4-byte header (device, opcode, length high, length low)
-// and a payload; the driver takes at most kMaxFrame bytes.
-inline constexpr int kFrameHeader = 4;
-inline constexpr int kMaxFrame = 8184;
-inline constexpr int kMaxPayload = kMaxFrame - kFrameHeader;
-inline constexpr int kFrameBufferSize = kMaxFrame + kFrameHeader;  // 8188
-inline constexpr int kCtrlCopyBufferSize = 8189;                   // positions 1..64 used
+// The link's buffers: a frame header and a frame.
+inline constexpr int kFrameBufferSize = wire::kMaxFrame + wire::kFrameHeader;  // 8188
+inline constexpr int kCtrlCopyBufferSize = 8189;  // positions 1..64 used
 inline constexpr int kCtrlCopyBytes = 64;
-inline constexpr int kStatusBlockSize = 64;
-
-// Device ids of the frame header.
-inline constexpr BYTE kDeviceDsp = 1;
-inline constexpr BYTE kDeviceBootStart = 4;
-inline constexpr BYTE kDeviceBootChunk = 5;
-inline constexpr BYTE kDeviceBootEnd = 6;
-
-// Status block offsets.
-inline constexpr int kStatusOffset = 2;
-inline constexpr int kSequenceOffset = 63;
-
-// Driver control codes: CTL_CODE(FILE_DEVICE_UNKNOWN, fn, METHOD_BUFFERED, FILE_ANY_ACCESS).
-inline constexpr DWORD IOCTL_DSP_GET_STATUS = 0x00220424;  // fn 0x109
-inline constexpr DWORD IOCTL_DSP_SEND_DATA = 0x0022042C;   // fn 0x10B
-inline constexpr DWORD IOCTL_DSP_GET_DATA = 0x00220430;    // fn 0x10C
 
 // Boot image chunks carry at most this many data bytes.
 inline constexpr std::uint32_t kBootChunkData = 820;

@@ -28,9 +28,9 @@ bool isHandshakeStatus(int s) {
 // length itself is out of range so that the send refuses it.
 int frameSizeFor(int length) {
     if (length < 0) return length;
-    if (length > std::numeric_limits<int>::max() - kFrameHeader)
+    if (length > std::numeric_limits<int>::max() - wire::kFrameHeader)
         return std::numeric_limits<int>::max();
-    return length + kFrameHeader;
+    return length + wire::kFrameHeader;
 }
 
 }  // namespace
@@ -55,32 +55,29 @@ dspStatus CommPolicy_USB::atomicGet(BYTE opcode, const BYTE* data, int length, B
 
 dspStatus CommPolicy_USB::privateSendData(BYTE opcode, const BYTE* data, int length) {
     std::fill(txBuf.begin(), txBuf.end(), BYTE{0});
-    txBuf[0] = kDeviceDsp;
     // An out-of-range length is not copied; the send refuses the frame size.
-    const bool fits = length >= 0 && length <= kMaxPayload;
-    if (data && fits && length > 0) std::memcpy(&txBuf[kFrameHeader], data, length);
-    txBuf[1] = opcode;
-    txBuf[2] = static_cast<BYTE>((length >> 8) & 0xFF);
-    txBuf[3] = static_cast<BYTE>(length & 0xFF);
+    const bool fits = length >= 0 && length <= wire::kMaxPayload;
+    if (data && fits && length > 0) std::memcpy(&txBuf[wire::kFrameHeader], data, length);
+    wire::putFrameHeader(txBuf, wire::kDeviceDsp, opcode, static_cast<std::uint16_t>(length));
     return primitiveSendData(txBuf.data(), frameSizeFor(length));
 }
 
 dspStatus CommPolicy_USB::waitForStatusOrTimeout(BYTE expected) {
     int last = -1;  // no status seen yet
-    BYTE block[kStatusBlockSize] = {};
+    BYTE block[wire::kStatusBlockSize] = {};
     const DWORD t0 = host::GetTickCount();
     bool snRetryInHand = true;
     bool ackSeen = false;
     dspSN = static_cast<BYTE>(dspSN + kSequenceStep);
 
     while (host::GetTickCount() - t0 < kStatusWaitMs) {
-        DWORD size = kStatusBlockSize;
+        DWORD size = wire::kStatusBlockSize;
         const dspStatus r = primitiveGetStatus(block, &size);
         if (r != dspOk) {
             needSeqInit = true;
             return r;
         }
-        const int s = block[kStatusOffset];
+        const int s = block[wire::kStatusOffset];
         last = s;
         if (!isHandshakeStatus(s)) {
             logToOwner(host::wformat(
@@ -89,7 +86,7 @@ dspStatus CommPolicy_USB::waitForStatusOrTimeout(BYTE expected) {
             return static_cast<dspStatus>(s);
         }
         if (s == dspAck) ackSeen = true;
-        if (block[kSequenceOffset] != dspSN) continue;  // still an earlier command's status
+        if (block[wire::kSequenceOffset] != dspSN) continue;  // still an earlier command's status
         if (s == expected) return dspOk;
         if (s == dspBadCommand) return dspBadCommand;
         // The DSP may show the new number a moment before its final state.
@@ -112,7 +109,7 @@ dspStatus CommPolicy_USB::waitForStatusOrTimeout(BYTE expected) {
                       L"Last status = %d, expect %d, get DSP Ack %d, expect SN %d lastSN "
                       L"%d\n",
                       last, static_cast<int>(expected), ackSeen ? 1 : 0, static_cast<int>(dspSN),
-                      static_cast<int>(block[kSequenceOffset])));
+                      static_cast<int>(block[wire::kSequenceOffset])));
     if (last == -1) {
         logToOwner(host::wformat(L"ERROR: Never got to wait! initialTime = %u, currentTime = %u\n",
                                  static_cast<unsigned>(t0),
@@ -123,14 +120,14 @@ dspStatus CommPolicy_USB::waitForStatusOrTimeout(BYTE expected) {
 }
 
 void CommPolicy_USB::initSeqNum() {
-    BYTE block[kStatusBlockSize] = {};
-    DWORD size = kStatusBlockSize;
+    BYTE block[wire::kStatusBlockSize] = {};
+    DWORD size = wire::kStatusBlockSize;
     // The first read flushes a block the driver may still hold from before.
     primitiveGetStatus(block, &size);
-    size = kStatusBlockSize;
+    size = wire::kStatusBlockSize;
     if (primitiveGetStatus(block, &size) != dspOk) return;
 
-    const int s = block[kStatusOffset];
+    const int s = block[wire::kStatusOffset];
     if (s == dspInReset) {
         // Reported, but a DSP in reset still carries a usable count.
         logToOwner(
@@ -140,7 +137,7 @@ void CommPolicy_USB::initSeqNum() {
             host::wformat(L"CommPolicy_USB::initSeqNum() --  found invalid dspStatus=%d!", s));
         return;
     }
-    dspSN = block[kSequenceOffset];
+    dspSN = block[wire::kSequenceOffset];
     logToOwner(host::wformat(L"CommPolicy_USB::initSeqNum() initNoBoot forces dspSN to %d\n",
                              static_cast<int>(dspSN)));
     needSeqInit = false;
@@ -153,10 +150,10 @@ dspStatus CommPolicy_USB::privateGetData(BYTE replyOpcode, BYTE* reply, int* rep
     const dspStatus r = primitiveGetData(rxBuf.data(), &n);
     if (r != dspOk) return r;
 
-    if (rxBuf[1] == replyOpcode && rxBuf[0] == kDeviceDsp) {
+    if (rxBuf[1] == replyOpcode && rxBuf[0] == wire::kDeviceDsp) {
         // The reply's own length bytes are not consulted: the caller asked for
         // exactly `wanted` bytes, and the read above vouched for 0..kMaxPayload.
-        if (reply && wanted > 0) std::memcpy(reply, &rxBuf[kFrameHeader], wanted);
+        if (reply && wanted > 0) std::memcpy(reply, &rxBuf[wire::kFrameHeader], wanted);
         return dspOk;
     }
     logToOwner(

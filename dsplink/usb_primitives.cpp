@@ -69,7 +69,7 @@ dspStatus CommPolicy_USB::primitiveGetStatus(BYTE* buffer, DWORD* size) {
 
 dspStatus CommPolicy_USB::primitiveSendData(const BYTE* message, int size) {
     if (!isOpen()) return dspNoUsbComm;
-    if (size < 0 || size > kMaxFrame) {
+    if (size < 0 || size > wire::kMaxFrame) {
         LogError(host::wformat(L"primitiveSendData size wrong, %d", size));
         return dspUsbCommFailed;
     }
@@ -82,7 +82,7 @@ dspStatus CommPolicy_USB::primitiveSendData(const BYTE* message, int size) {
 dspStatus CommPolicy_USB::primitiveGetData(BYTE* buffer, int* size) {
     if (!isOpen()) return dspNoUsbComm;
     const int wanted = size ? *size : 0;
-    if (wanted < 0 || wanted > kMaxFrame) {
+    if (wanted < 0 || wanted > wire::kMaxFrame) {
         LogError(host::wformat(L"primitiveGetData size wrong, %d", wanted));
         return dspUsbCommFailed;
     }
@@ -99,19 +99,19 @@ dspStatus CommPolicy_USB::retryIoControl(Primitive which, BYTE* buffer, DWORD si
         BOOL ok = FALSE_;
         switch (which) {
             case Primitive::GetStatus:
-                ok = host::DeviceIoControl(handle, IOCTL_DSP_GET_STATUS, buffer, size, nullptr, 0,
-                                           nullptr);
+                ok = host::DeviceIoControl(handle, wire::IOCTL_DSP_GET_STATUS, buffer, size,
+                                           nullptr, 0, nullptr);
                 break;
             case Primitive::SendData: {
                 if (copyBytes > 0) std::memcpy(&ctrlOut[1], buffer, copyBytes);
                 DWORD returned = 0;  // the byte count is not consulted
-                ok = host::DeviceIoControl(handle, IOCTL_DSP_SEND_DATA, nullptr, 0, buffer, size,
-                                           &returned);
+                ok = host::DeviceIoControl(handle, wire::IOCTL_DSP_SEND_DATA, nullptr, 0, buffer,
+                                           size, &returned);
                 break;
             }
             case Primitive::GetData:
-                ok = host::DeviceIoControl(handle, IOCTL_DSP_GET_DATA, buffer, size, nullptr, 0,
-                                           nullptr);
+                ok = host::DeviceIoControl(handle, wire::IOCTL_DSP_GET_DATA, buffer, size, nullptr,
+                                           0, nullptr);
                 if (ok && copyBytes > 0) std::memcpy(&ctrlIn[1], buffer, copyBytes);
                 break;
         }

@@ -10,6 +10,7 @@
 #include "platform/process.h"
 #include "platform/socket.h"
 #include "platform/text.h"
+#include "server/remote_protocol.h"
 #include "server/stream_socket.h"
 #include "server/tovel.h"
 #include "server/tovel_ctlr.h"
@@ -20,7 +21,7 @@ DWORD TovelCtlr::serverThreadCallback() {
     // watchdog but never listens again.
     try {
         LogError(host::wformat(L"\r\n************* Tovel Version %u Startup *************\r\n",
-                               kVersion));
+                               remproto::kServerVersion));
         UsbCtlr::EnumDevices(false, true, false);
         const int boards = UsbCtlr::GetCtlrCount();
         if (boards < 1)

@@ -7,6 +7,7 @@
 #include "app/message_channels.h"
 #include "boards/error_log.h"
 #include "boards/usb_ctlr.h"
+#include "dsplink/wire.h"
 #include "platform/debug_out.h"
 #include "platform/files.h"
 #include "platform/handles.h"
@@ -118,11 +119,7 @@ void Tovel::reboot() {
 
 void Tovel::version() {
     state_ = 24;
-    const std::uint32_t v = kServerVersion;
-    boardData_[0] = static_cast<std::uint8_t>(v);
-    boardData_[1] = static_cast<std::uint8_t>(v >> 8);
-    boardData_[2] = static_cast<std::uint8_t>(v >> 16);
-    boardData_[3] = static_cast<std::uint8_t>(v >> 24);
+    wire::writeU32le(boardData_, 0, kServerVersion);
     controlLength_ = 4;
     controlStatus_ = dspRunning;
 }

@@ -6,24 +6,6 @@
 
 namespace remproto {
 
-std::uint32_t readU32le(std::span<const std::uint8_t> bytes, std::size_t offset) {
-    return static_cast<std::uint32_t>(bytes[offset]) |
-           static_cast<std::uint32_t>(bytes[offset + 1]) << 8 |
-           static_cast<std::uint32_t>(bytes[offset + 2]) << 16 |
-           static_cast<std::uint32_t>(bytes[offset + 3]) << 24;
-}
-
-void writeU32le(std::span<std::uint8_t> bytes, std::size_t offset, std::uint32_t value) {
-    bytes[offset] = static_cast<std::uint8_t>(value);
-    bytes[offset + 1] = static_cast<std::uint8_t>(value >> 8);
-    bytes[offset + 2] = static_cast<std::uint8_t>(value >> 16);
-    bytes[offset + 3] = static_cast<std::uint8_t>(value >> 24);
-}
-
-std::uint16_t readU16be(std::span<const std::uint8_t> bytes, std::size_t offset) {
-    return static_cast<std::uint16_t>(bytes[offset] << 8 | bytes[offset + 1]);
-}
-
 namespace {
 
 FrameResult needMore(std::uint8_t opcode, std::uint64_t total) {
@@ -196,11 +178,11 @@ std::vector<std::uint8_t> encodeReply(std::uint32_t status, std::span<const std:
 
 bool decodeStatusReply(std::span<const std::uint8_t> data, StatusBlock& out) {
     if (data.size() < kStatusReplyLength) return false;
-    auto block = data.subspan(1, kStatusBlockSize);
-    out.device = block[0];
-    out.state = block[2];
-    out.sequence = block[63];
-    std::copy_n(block.begin() + 4, out.detail.size(), out.detail.begin());
+    auto block = data.subspan(1, wire::kStatusBlockSize);
+    out.device = block[wire::kStatusDeviceOffset];
+    out.state = block[wire::kStatusOffset];
+    out.sequence = block[wire::kSequenceOffset];
+    std::copy_n(block.begin() + wire::kStatusDetailOffset, out.detail.size(), out.detail.begin());
     return true;
 }
 

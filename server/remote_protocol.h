@@ -42,6 +42,8 @@
 #include <span>
 #include <vector>
 
+#include "dsplink/wire.h"
+
 enum RemOpcode : std::uint8_t {
     Rem_PrimSend = 0,
     Rem_PrimGet = 1,
@@ -75,19 +77,19 @@ inline constexpr std::size_t kReceiveBufferSize = 10000;
 inline constexpr std::size_t kFramingThreshold = 4;
 
 inline constexpr std::size_t kReplyHeaderSize = 8;
-inline constexpr std::size_t kReplyDataMax = 8184;
+// Reply data: a whole DSP frame fits.
+inline constexpr std::size_t kReplyDataMax = wire::kMaxFrame;
 inline constexpr std::size_t kReplyMax = kReplyHeaderSize + kReplyDataMax;  // 8192
 
-// A DSP packet (4-byte header and payload) is at most 8184 bytes.
-inline constexpr std::size_t kDspPacketHeaderSize = 4;
-inline constexpr std::size_t kDspPacketMax = 8184;
-inline constexpr std::size_t kDspPayloadMax = kDspPacketMax - kDspPacketHeaderSize;  // 8180
+// A DSP packet is a DSP frame (dsplink/wire.h): header and payload.
+inline constexpr std::size_t kDspPacketHeaderSize = wire::kFrameHeader;
+inline constexpr std::size_t kDspPacketMax = wire::kMaxFrame;
+inline constexpr std::size_t kDspPayloadMax = wire::kMaxPayload;
 
-inline constexpr std::size_t kStatusBlockSize = 64;
 // Rem_GetStatus data: byte 0 undefined, then the 64-byte status block.
-inline constexpr std::size_t kStatusReplyLength = kStatusBlockSize + 1;
+inline constexpr std::size_t kStatusReplyLength = wire::kStatusBlockSize + 1;
 
-inline constexpr std::uint32_t kServerVersion = 191213;
+inline constexpr std::uint32_t kServerVersion = 191213;  // the build date, YYMMDD
 // Reply status of the Rem_Control sub-commands that succeed on the controller
 // itself (dspRunning).
 inline constexpr std::uint32_t kControlOkStatus = 4;
@@ -100,9 +102,9 @@ inline bool isLongForm(std::uint8_t opcode) {
 }
 
 // Little-endian and big-endian fields.
-std::uint32_t readU32le(std::span<const std::uint8_t> bytes, std::size_t offset);
-void writeU32le(std::span<std::uint8_t> bytes, std::size_t offset, std::uint32_t value);
-std::uint16_t readU16be(std::span<const std::uint8_t> bytes, std::size_t offset);
+using wire::readU16be;
+using wire::readU32le;
+using wire::writeU32le;
 
 // A complete request, decoded. The spans point into the framed bytes and are
 // valid until those change (for a ReceiveBuffer: until the next consume or
@@ -231,10 +233,10 @@ std::vector<std::uint8_t> encodeReply(std::uint32_t status, std::span<const std:
 
 // The status block carried by a Rem_GetStatus reply (data bytes 1..64).
 struct StatusBlock {
-    std::uint8_t device = 0;                // block byte 0: 1 for the DSP
-    std::uint8_t state = 0;                 // block byte 2: the DSP's dspStatus
-    std::uint8_t sequence = 0;              // block byte 63: the DSP's sequence number
-    std::array<std::uint8_t, 60> detail{};  // block bytes 4..63
+    std::uint8_t device = 0;    // block byte 0: 1 for the DSP
+    std::uint8_t state = 0;     // block byte 2: the DSP's dspStatus
+    std::uint8_t sequence = 0;  // block byte 63: the DSP's sequence number
+    std::array<std::uint8_t, wire::kStatusDetailSize> detail{};  // block bytes 4..63
 };
 // Decodes the data of a Rem_GetStatus reply; false if it is shorter than 65 bytes.
 bool decodeStatusReply(std::span<const std::uint8_t> data, StatusBlock& out);

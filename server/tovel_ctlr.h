@@ -27,7 +27,6 @@ using AlternateResponder = std::string (*)(TovelCtlr& ctlr, host::SOCKET client)
 
 class TovelCtlr : public SessionOwner {
   public:
-    static constexpr DWORD kVersion = 191213;  // the build date, YYMMDD
     static constexpr DWORD kDefaultPort = 3445;
     static constexpr std::uint16_t kTelnetPort = 23;
     static constexpr std::uint16_t kHttpPort = 80;

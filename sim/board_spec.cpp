@@ -1,7 +1,5 @@
 #include "sim/board_spec.h"
 
-#include "sim/dsp_wire.h"
-
 namespace sim {
 namespace {
 
@@ -40,30 +38,6 @@ std::optional<BoardKind> parseBoardKind(std::string_view name) {
     for (const auto& r : kKinds)
         if (r.name == name) return r.kind;
     return std::nullopt;
-}
-
-std::array<BYTE, BoardDetail::kSize> BoardDetail::encode() const {
-    std::array<BYTE, kSize> out{};
-    putLe32(out, 0, serial);
-    putLe32(out, 4, info1);
-    putLe32(out, 8, hwVersion);
-    putLe32(out, 12, info3);
-    putLe64(out, 16, info45);
-    putLe32(out, 24, boardType);
-    putLe32(out, 28, info7);
-    return out;
-}
-
-BoardDetail BoardDetail::decode(const std::array<BYTE, kSize>& bytes) {
-    BoardDetail d;
-    d.serial = getLe32(bytes, 0);
-    d.info1 = getLe32(bytes, 4);
-    d.hwVersion = getLe32(bytes, 8);
-    d.info3 = getLe32(bytes, 12);
-    d.info45 = getLe64(bytes, 16);
-    d.boardType = getLe32(bytes, 24);
-    d.info7 = getLe32(bytes, 28);
-    return d;
 }
 
 BoardSpec defaultBoardSpec(BoardKind kind) {

@@ -1,11 +1,11 @@
 #pragma once
 // Identity and behaviour settings of one simulated DSP board.
-#include <array>
 #include <cstdint>
 #include <optional>
 #include <string>
 #include <string_view>
 
+#include "dsplink/wire.h"
 #include "platform/win_types.h"
 #include "sim/program_version.h"
 
@@ -20,35 +20,13 @@ enum class BoardKind { T1, RF, IP150, IP163, Analog };
 std::string_view kindName(BoardKind kind);
 std::optional<BoardKind> parseBoardKind(std::string_view name);
 
-// Board type codes of the identity record.
-enum BoardTypeCode : std::uint32_t {
-    kBoardTypePcm = 0,
-    kBoardTypeRf = 1,
-    kBoardTypeAnalog = 2,
-    kBoardTypeIp = 3,
-    kBoardTypeIp155 = 4,
-    kBoardTypeUnknown = 5,
-};
-
-// The 32-byte identity record (device 11), little-endian on the wire.
-struct BoardDetail {
-    std::uint32_t serial = 0;
-    std::uint32_t info1 = 0;
-    std::uint32_t hwVersion = 0;  // 2002 reads as "2.2"
-    std::uint32_t info3 = 0;
-    std::uint64_t info45 = 0;
-    std::uint32_t boardType = kBoardTypeUnknown;
-    std::uint32_t info7 = 0;
-
-    static constexpr std::size_t kSize = 32;
-    std::array<BYTE, kSize> encode() const;
-    static BoardDetail decode(const std::array<BYTE, kSize>& bytes);
-    friend bool operator==(const BoardDetail&, const BoardDetail&) = default;
-};
+// The identity record (device 11) and its board type codes.
+using wire::BoardDetail;
+using enum wire::BoardTypeCode;
 
 struct BoardSpec {
     BoardKind kind = BoardKind::T1;
-    BoardDetail detail;
+    BoardDetail detail{.boardType = kBoardTypeUnknown};
     // Version of a program whose image carries no version words, and of the
     // program a board runs from its flash when it is attached.
     ProgramVersion defaultVersion;

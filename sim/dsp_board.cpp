@@ -13,7 +13,7 @@ namespace {
 
 // A frame larger than this never comes from the link (its buffers hold a
 // 4-byte header plus the largest message); the USB chip refuses it.
-constexpr DWORD kMaxTransferSize = kMaxFrameSize + kFrameHeaderSize;
+constexpr DWORD kMaxTransferSize = wire::kMaxFrame + wire::kFrameHeader;
 // Any device other than 1 marks a mixed-up status block or reply.
 constexpr BYTE kMixedUpDevice = 2;
 
@@ -63,7 +63,7 @@ bool SimDspBoard::transfer(DWORD code, void* in, DWORD inSize, void* out, DWORD 
     settle();
     auto* inBytes = static_cast<BYTE*>(in);
     switch (code) {
-        case kIoctlGetStatus:
+        case wire::IOCTL_DSP_GET_STATUS:
             if (!inBytes || inSize == 0) break;
             if (lastRead && *lastRead && latency == 0) {
                 waitForStatusChange(lock, **lastRead);
@@ -75,7 +75,7 @@ bool SimDspBoard::transfer(DWORD code, void* in, DWORD inSize, void* out, DWORD 
             if (lastRead) *lastRead = buildStatusBlock();
             getStatus(inBytes, inSize, returned);
             return true;
-        case kIoctlSendData: {
+        case wire::IOCTL_DSP_SEND_DATA: {
             // The frame travels in the output position; a frame offered only
             // in the input position is a caller that swapped the buffers.
             if ((!out && outSize) || (outSize == 0 && in && inSize) || outSize > kMaxTransferSize)
@@ -85,7 +85,7 @@ bool SimDspBoard::transfer(DWORD code, void* in, DWORD inSize, void* out, DWORD 
             if (returned) *returned = outSize;
             return true;
         }
-        case kIoctlGetData:
+        case wire::IOCTL_DSP_GET_DATA:
             if (!inBytes || inSize == 0) break;
             getData(inBytes, inSize, returned);
             changed();
@@ -123,11 +123,11 @@ void SimDspBoard::waitForStatusChange(std::unique_lock<std::mutex>& lock, const 
 void SimDspBoard::getStatus(BYTE* buffer, DWORD size, DWORD* returned) {
     StatusBlock block = buildStatusBlock();
     if (faults_.mixUp == MixUp::StatusDevice && faults_.mixUpCount > 0) {
-        block[kStatusDeviceOffset] = kMixedUpDevice;
+        block[wire::kStatusDeviceOffset] = kMixedUpDevice;
         if (--faults_.mixUpCount == 0) faults_.mixUp.reset();
     }
     // The controller reads 65 bytes, the link 64; only the block is written.
-    const DWORD n = std::min<DWORD>(size, kStatusBlockSize);
+    const DWORD n = std::min<DWORD>(size, wire::kStatusBlockSize);
     std::memcpy(buffer, block.data(), n);
     if (returned) *returned = n;
 }
@@ -137,9 +137,9 @@ void SimDspBoard::getData(BYTE* buffer, DWORD size, DWORD* returned) {
     // a host reads as a mixed-up reply rather than waiting for ever.
     const bool hasReply = reply_.has_value();
     std::vector<BYTE> frame =
-        hasReply ? std::move(*reply_) : std::vector<BYTE>(kFrameHeaderSize, 0);
+        hasReply ? std::move(*reply_) : std::vector<BYTE>(wire::kFrameHeader, 0);
     reply_.reset();
-    if (hasReply && frame[0] == kDeviceDsp) {
+    if (hasReply && frame[0] == wire::kDeviceDsp) {
         if (outcome_ == dspResultReady) outcome_ = dspRunning;  // nothing left to fetch
         if (faults_.mixUp && faults_.mixUpCount > 0 && *faults_.mixUp != MixUp::StatusDevice) {
             if (*faults_.mixUp == MixUp::ReplyDevice)
@@ -156,28 +156,28 @@ void SimDspBoard::getData(BYTE* buffer, DWORD size, DWORD* returned) {
 
 void SimDspBoard::takeFrame(std::span<const BYTE> frame) {
     const std::size_t announced = announcedPayloadSize(frame);
-    if (frame.size() < kFrameHeaderSize || frame.size() - kFrameHeaderSize < announced) {
+    if (frame.size() < wire::kFrameHeader || frame.size() - wire::kFrameHeader < announced) {
         badUsbCommand_ = true;  // header cut short, or fewer bytes than announced
         return;
     }
     const BYTE device = frame[0];
     const BYTE opcode = frame[1];
-    const auto payload = frame.subspan(kFrameHeaderSize, announced);
+    const auto payload = frame.subspan(wire::kFrameHeader, announced);
     badUsbCommand_ = false;
     switch (device) {
-        case kDeviceDsp:
+        case wire::kDeviceDsp:
             takeCommand(opcode, payload);
             break;
-        case kDeviceImageStart:
+        case wire::kDeviceBootStart:
             resetDsp();
             break;
-        case kDeviceImageChunk:
+        case wire::kDeviceBootChunk:
             takeChunk(payload);
             break;
-        case kDeviceImageEnd:
+        case wire::kDeviceBootEnd:
             startProgram();
             break;
-        case kDeviceBoardDetail:
+        case wire::kDeviceBoardDetail:
             takeBoardDetail(opcode, payload);
             break;
         default:
@@ -187,10 +187,10 @@ void SimDspBoard::takeFrame(std::span<const BYTE> frame) {
 }
 
 void SimDspBoard::takeBoardDetail(BYTE opcode, std::span<const BYTE> payload) {
-    if (opcode == kBoardDetailRead) {
+    if (opcode == wire::kBoardDetailRead) {
         const auto record = detail_.encode();
-        reply_ = makeFrame(kDeviceBoardDetail, kBoardDetailRead, record);
-    } else if (opcode == kBoardDetailWrite && payload.size() >= BoardDetail::kSize) {
+        reply_ = makeFrame(wire::kDeviceBoardDetail, wire::kBoardDetailRead, record);
+    } else if (opcode == wire::kBoardDetailWrite && payload.size() >= BoardDetail::kSize) {
         std::array<BYTE, BoardDetail::kSize> record{};
         std::copy_n(payload.begin(), record.size(), record.begin());
         detail_ = BoardDetail::decode(record);
@@ -204,7 +204,7 @@ void SimDspBoard::takeChunk(std::span<const BYTE> payload) {
         badUsbCommand_ = true;
         return;
     }
-    memory_.write(getLe32(payload, 0), payload.subspan(4));
+    memory_.write(wire::readU32le(payload, 0), payload.subspan(4));
 }
 
 void SimDspBoard::resetDsp() {
@@ -221,7 +221,7 @@ void SimDspBoard::startProgram() {
     version_ = defaultVersion_;
     if (memory_.isWritten(kVersionAddress, kVersionSize)) {
         const auto words = memory_.read(kVersionAddress, kVersionSize);
-        version_ = {getLe16(words, 0), getLe16(words, 2)};
+        version_ = {wire::readU16le(words, 0), wire::readU16le(words, 2)};
     }
     pending_.reset();
     reply_.reset();
@@ -247,7 +247,7 @@ void SimDspBoard::takeCommand(BYTE opcode, std::span<const BYTE> payload) {
                                    [opcode](const ReplyRule& r) { return r.opcode == opcode; });
     if (rule != replyRules_.end() && rule->kind != ReplyRule::Kind::Delay) {
         next.finalState = dspResultReady;
-        next.reply = makeFrame(kDeviceDsp, rule->replyOpcode,
+        next.reply = makeFrame(wire::kDeviceDsp, rule->replyOpcode,
                                rule->kind == ReplyRule::Kind::Echo
                                    ? std::vector<BYTE>(payload.begin(), payload.end())
                                    : rule->data);
@@ -260,7 +260,7 @@ void SimDspBoard::takeCommand(BYTE opcode, std::span<const BYTE> payload) {
                 break;
             case CommandOutcome::Reply:
                 next.finalState = dspResultReady;
-                next.reply = makeFrame(kDeviceDsp, command->replyOpcode,
+                next.reply = makeFrame(wire::kDeviceDsp, command->replyOpcode,
                                        command->reply(ProgramContext{kind_, version_}, payload));
                 break;
         }
@@ -301,10 +301,11 @@ BYTE SimDspBoard::stateNow() const {
 
 StatusBlock SimDspBoard::buildStatusBlock() const {
     StatusBlock block{};
-    block[kStatusDeviceOffset] = kDeviceDsp;
-    block[kStatusStateOffset] = stateNow();
-    std::copy(statusDetail_.begin(), statusDetail_.end(), block.begin() + kStatusDetailOffset);
-    block[kStatusSequenceOffset] = sequence_;
+    block[wire::kStatusDeviceOffset] = wire::kDeviceDsp;
+    block[wire::kStatusOffset] = stateNow();
+    std::copy(statusDetail_.begin(), statusDetail_.end(),
+              block.begin() + wire::kStatusDetailOffset);
+    block[wire::kSequenceOffset] = sequence_;
     return block;
 }
 
@@ -320,7 +321,7 @@ StatusBlock SimDspBoard::statusBlock() {
     settle();
     StatusBlock block = buildStatusBlock();
     if (faults_.mixUp == MixUp::StatusDevice && faults_.mixUpCount > 0)
-        block[kStatusDeviceOffset] = kMixedUpDevice;
+        block[wire::kStatusDeviceOffset] = kMixedUpDevice;
     return block;
 }
 

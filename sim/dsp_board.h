@@ -209,7 +209,7 @@ class SimDspBoard {
     DWORD ackTimeMs_;
     DWORD bootDelayMs_;
     AckNumbering ackNumbering_ = AckNumbering::HalfStep;
-    std::array<BYTE, kStatusDetailSize - 1> statusDetail_{};
+    std::array<BYTE, wire::kStatusDetailSize - 1> statusDetail_{};
     std::vector<ReplyRule> replyRules_;
 
     Phase phase_;

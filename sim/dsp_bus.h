@@ -8,7 +8,7 @@
 //   auto rf = bus->attach(sim::defaultBoardSpec(sim::BoardKind::RF));  // slot 1
 //   HANDLE h = host::CreateFileW(L"DSP1:", GENERIC_READ | GENERIC_WRITE, 0,
 //                                nullptr, OPEN_EXISTING, 0, nullptr);     // reaches rf
-//   ... DeviceIoControl(h, sim::kIoctlGetStatus, block, 64, nullptr, 0, nullptr) ...
+//   ... DeviceIoControl(h, wire::IOCTL_DSP_GET_STATUS, block, 64, nullptr, 0, nullptr) ...
 //   rf->failNextTransfers(1, ERROR_GEN_FAILURE);  // fault injection
 //   bus->detach(1);         // every later call on h fails with 1167
 //   sim::uninstallDspBus();
@@ -18,17 +18,17 @@
 // keeps its board until it is closed or the board is detached.
 //
 // What the boards answer:
-//  - status read (kIoctlGetStatus, buffer in the INPUT position, 64 or 65
+//  - status read (wire::IOCTL_DSP_GET_STATUS, buffer in the INPUT position, 64 or 65
 //    bytes): the 64-byte status block - byte 0 device 1, byte 2 the DSP state,
 //    bytes 4..63 detail with the sequence number in byte 63.
-//  - send (kIoctlSendData, frame in the OUTPUT position):
+//  - send (wire::IOCTL_DSP_SEND_DATA, frame in the OUTPUT position):
 //      device 11 opcode 0 asks for the board detail, opcode 1 (+32 bytes)
 //      replaces it; device 1 is a DSP command (see firmware_table.h and
 //      FIRMWARE.md); devices 4, 5, 6 are the boot frames (reset + clear
 //      memory; 4-byte little-endian address + data; start the program after
 //      the board's boot delay). A frame with any other device, or shorter than
 //      its header announces, makes the status show 10 until the next good one.
-//  - get data (kIoctlGetData, buffer in the INPUT position): the pending reply
+//  - get data (wire::IOCTL_DSP_GET_DATA, buffer in the INPUT position): the pending reply
 //    frame (header + payload, cut to the buffer size), fetched once; with none
 //    pending an all-zero 4-byte header.
 //  - a command to a running DSP: the sequence number moves by 2; with an ack

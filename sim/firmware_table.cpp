@@ -15,8 +15,8 @@ constexpr std::size_t kAnalogVersionSize = 660;
 // RF: major and minor as the low halves of the 32-bit words at 20 and 24.
 std::vector<BYTE> rfVersionReply(const ProgramContext& program, std::span<const BYTE>) {
     std::vector<BYTE> reply(kRfVersionSize, 0);
-    putLe32(reply, 20, program.version.major);
-    putLe32(reply, 24, program.version.minor);
+    wire::writeU32le(reply, 20, program.version.major);
+    wire::writeU32le(reply, 24, program.version.minor);
     return reply;
 }
 
@@ -32,10 +32,10 @@ std::vector<BYTE> t1VersionReply(const ProgramContext& program, std::span<const 
 // IP: 16-bit words at 0 and 2; the newer board (IP163) marks itself at 756.
 std::vector<BYTE> ipVersionReply(const ProgramContext& program, std::span<const BYTE>) {
     std::vector<BYTE> reply(kIpVersionSize, 0);
-    putLe16(reply, 0, program.version.major);
-    putLe16(reply, 2, program.version.minor);
+    wire::writeU16le(reply, 0, program.version.major);
+    wire::writeU16le(reply, 2, program.version.minor);
     if (program.kind == BoardKind::IP163)
-        putLe32(reply, kNewIpBoardMarkerOffset, kNewIpBoardMarker);
+        wire::writeU32le(reply, kNewIpBoardMarkerOffset, kNewIpBoardMarker);
     return reply;
 }
 

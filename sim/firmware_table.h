@@ -10,6 +10,14 @@
 //
 // To add a command, add a row to the kind's table in firmware_table.cpp (and
 // to FIRMWARE.md, which test-software writers read).
+//
+// The version replies and the flash command are laid out here independently
+// of the board controllers (boards/*_ctlr.cpp) on purpose: a controller that
+// misreads its program's reply then fails against the simulated board. The
+// two agree as tests/boards/kinds_test.cpp checks (VersionRepliesOfEachLayout-
+// AreRead, T1VersionBytesAreSigned, OnlyTheNewIpBoardRefusesProgramsBelow-
+// Major60, FlashAfterBootSendsEachKindsCommand). The frame, the control codes
+// and the status block are not copied: they come from dsplink/wire.h.
 #include <cstdint>
 #include <optional>
 #include <span>

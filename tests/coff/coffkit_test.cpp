@@ -4,7 +4,6 @@
 
 #include <stdexcept>
 
-#include "sim/program_version.h"
 #include "tests/coff/coff_test_util.h"
 #include "tools/coffkit/boot_plan.h"
 #include "tools/coffkit/coff_writer.h"
@@ -93,10 +92,6 @@ TEST(DspVersion, VersionedImageReadsBackThroughTheLinkReader) {
     ASSERT_EQ(noCode.count, 1);
     EXPECT_STREQ(noCode.sections[0].name, ".ver");
 }
-
-// Images built here must set the version the simulated boards read.
-static_assert(kVersionSectionAddress == sim::kVersionAddress);
-static_assert(kVersionSectionBytes == sim::kVersionSize);
 
 TEST(DspVersion, OnlyTheVersionAddressCarriesAVersion) {
     const std::vector<std::uint8_t> data{0x02, 0x00, 0x07, 0x00};

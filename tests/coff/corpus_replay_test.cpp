@@ -7,6 +7,7 @@
 #include <random>
 
 #include "boards/error_log.h"
+#include "dsplink/wire.h"
 #include "platform/handles.h"
 #include "tests/coff/coff_test_util.h"
 #include "tools/coffkit/coff_writer.h"
@@ -60,13 +61,11 @@ std::vector<Bytes> treeSeeds() {
     return seeds;
 }
 
-void put32(Bytes& b, std::size_t at, std::uint32_t v) {
-    for (int i = 0; i < 4 && at + i < b.size(); ++i)
-        b[at + i] = static_cast<std::uint8_t>(v >> (8 * i));
-}
-void put16(Bytes& b, std::size_t at, std::uint16_t v) {
-    for (int i = 0; i < 2 && at + i < b.size(); ++i)
-        b[at + i] = static_cast<std::uint8_t>(v >> (8 * i));
+// Writes the low `size` bytes of `v`, little-endian, as far as the file goes.
+void put(Bytes& b, std::size_t at, std::uint32_t v, std::size_t size) {
+    std::array<std::uint8_t, 4> le{};
+    wire::writeU32le(le, 0, v);
+    for (std::size_t i = 0; i < size && at + i < b.size(); ++i) b[at + i] = le[i];
 }
 
 // One deterministic mutation of a seed.
@@ -77,8 +76,8 @@ Bytes mutate(const Bytes& seed, std::mt19937& random) {
         return n == 0 ? std::size_t{0}
                       : std::uniform_int_distribution<std::size_t>(0, n - 1)(random);
     };
-    const std::size_t optSize = b[16] | b[17] << 8;
-    const std::size_t sections = b[2] | b[3] << 8;
+    const std::size_t optSize = wire::readU16le(b, 16);
+    const std::size_t sections = wire::readU16le(b, 2);
     const std::size_t headerEnd = std::min(b.size(), 22 + optSize + 48 * sections);
     const std::size_t section = 22 + optSize + 48 * pick(std::max<std::size_t>(sections, 1));
     const std::uint32_t hugeValues[] = {0xFFFFFFFFu, 0x7FFFFFFFu, 0x80000000u,
@@ -92,20 +91,20 @@ Bytes mutate(const Bytes& seed, std::mt19937& random) {
             b.resize(pick(b.size()));
             break;
         case 2:  // size field
-            put32(b, section + 16, hugeValues[pick(5)]);
+            put(b, section + 16, hugeValues[pick(5)], 4);
             break;
         case 3:  // raw-data pointer
-            put32(b, section + 20,
-                  pick(2) ? hugeValues[pick(5)] : static_cast<std::uint32_t>(random()));
+            put(b, section + 20,
+                pick(2) ? hugeValues[pick(5)] : static_cast<std::uint32_t>(random()), 4);
             break;
         case 4:  // section count
-            put16(b, 2, static_cast<std::uint16_t>(pick(2) ? 0xFFFF : sections + 1 + pick(50)));
+            put(b, 2, static_cast<std::uint16_t>(pick(2) ? 0xFFFF : sections + 1 + pick(50)), 2);
             break;
         case 5:  // optional header size
-            put16(b, 16, static_cast<std::uint16_t>(random()));
+            put(b, 16, static_cast<std::uint16_t>(random()), 2);
             break;
         default:  // BSS and type bits of a section
-            put32(b, section + 40, static_cast<std::uint32_t>(random()) & 0xFFF);
+            put(b, section + 40, static_cast<std::uint32_t>(random()) & 0xFFF, 4);
             break;
     }
     return b;

@@ -44,13 +44,10 @@ class BootLoaderTest : public LinkTest {
     std::vector<Chunk> chunks() const {
         std::vector<Chunk> out;
         for (const auto& f : dsp->sentFrames()) {
-            if (f.at(0) != kDeviceBootChunk) continue;
+            if (f.at(0) != wire::kDeviceBootChunk) continue;
             EXPECT_EQ(f.at(1), 0);
-            const std::size_t length = f.at(2) * 256u + f.at(3);
-            EXPECT_EQ(f.size(), length + 4);
-            const std::uint32_t address =
-                f.at(4) | f.at(5) << 8 | f.at(6) << 16 | static_cast<std::uint32_t>(f.at(7)) << 24;
-            out.push_back({address, std::vector<BYTE>(f.begin() + 8, f.end())});
+            EXPECT_EQ(f.size(), wire::readU16be(f, 2) + 4u);
+            out.push_back({wire::readU32le(f, 4), std::vector<BYTE>(f.begin() + 8, f.end())});
         }
         return out;
     }
@@ -105,7 +102,7 @@ TEST_F(BootLoaderTest, SectionsGoOutIn820ByteChunksBetweenStartAndEnd) {
     EXPECT_EQ(link->atomicSend(9, nullptr, 0), dspOk);
     const auto calls = dsp->calls();
     ASSERT_EQ(calls.size(), before + 2);
-    EXPECT_EQ(calls[before].code, IOCTL_DSP_SEND_DATA);
+    EXPECT_EQ(calls[before].code, wire::IOCTL_DSP_SEND_DATA);
     EXPECT_EQ(usbLog().front(), L"Entering CommPolicy_USB::boot()");
 }
 
@@ -145,10 +142,10 @@ TEST_F(BootLoaderTest, FailedChunkStopsTheDownloadWithItsError) {
         dataSection(".data", 0x9000, 0x40, bytes(100, 2)),
     }));
     owner.removing = true;
-    dsp->failSendsOfDevice(kDeviceBootChunk, 1, ERROR_DEVICE_NOT_CONNECTED);
+    dsp->failSendsOfDevice(wire::kDeviceBootChunk, 1, ERROR_DEVICE_NOT_CONNECTED);
     EXPECT_EQ(link->boot(), dspUsbCommFailed);
     EXPECT_EQ(deviceSequence(), (std::vector<BYTE>{4, 5}));
-    EXPECT_EQ(dsp->countCalls(IOCTL_DSP_SEND_DATA), 3);  // the failed chunk is the last try
+    EXPECT_EQ(dsp->countCalls(wire::IOCTL_DSP_SEND_DATA), 3);  // the failed chunk is the last try
     EXPECT_EQ(owner.count(L"Error sending cof data!\n"), 1);
     EXPECT_EQ(owner.count(L"Problem sending cof end msg!"), 0);
     EXPECT_EQ(owner.statusQueries.load(), 0);
@@ -158,7 +155,7 @@ TEST_F(BootLoaderTest, FailedChunkStopsTheDownloadWithItsError) {
 TEST_F(BootLoaderTest, UnsentStartOrEndFrameEndsTheBoot) {
     installImage(coffImage({dataSection(".text", 0x10, 0x20, bytes(10, 1))}));
     owner.removing = true;
-    dsp->failSendsOfDevice(kDeviceBootStart, 0, ERROR_INVALID_HANDLE);
+    dsp->failSendsOfDevice(wire::kDeviceBootStart, 0, ERROR_INVALID_HANDLE);
     EXPECT_EQ(link->boot(), dspUsbCommFailed);
     EXPECT_TRUE(dsp->sentFrames().empty());
     EXPECT_EQ(owner.lines(), std::vector<std::wstring>{L"Problem sending cof start msg!"});
@@ -167,7 +164,7 @@ TEST_F(BootLoaderTest, UnsentStartOrEndFrameEndsTheBoot) {
     endOwner.removing = true;
     CommPolicy_USB second(&endOwner, dsp->open());
     endOwner.link = &second;
-    dsp->failSendsOfDevice(kDeviceBootEnd, 0, ERROR_INVALID_HANDLE);
+    dsp->failSendsOfDevice(wire::kDeviceBootEnd, 0, ERROR_INVALID_HANDLE);
     EXPECT_EQ(second.boot(), dspUsbCommFailed);
     EXPECT_EQ(endOwner.lines(), std::vector<std::wstring>{L"Problem sending cof end msg!"});
     EXPECT_EQ(endOwner.statusQueries.load(), 0);

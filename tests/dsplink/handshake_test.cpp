@@ -40,9 +40,9 @@ class HandshakeTest : public LinkTest {
     }
 };
 
-constexpr DWORD S = IOCTL_DSP_GET_STATUS;
-constexpr DWORD W = IOCTL_DSP_SEND_DATA;
-constexpr DWORD R = IOCTL_DSP_GET_DATA;
+constexpr DWORD S = wire::IOCTL_DSP_GET_STATUS;
+constexpr DWORD W = wire::IOCTL_DSP_SEND_DATA;
+constexpr DWORD R = wire::IOCTL_DSP_GET_DATA;
 
 TEST_F(HandshakeTest, NewLinkAdoptsTheDspCountBeforeItsFirstCommand) {
     auto link = openLink();

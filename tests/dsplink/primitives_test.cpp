@@ -94,7 +94,7 @@ TEST_F(PrimitivesTest, SizeLimitsOfSendAndGetData) {
     big[0] = 1;
     EXPECT_EQ(link->primitiveSendData(big.data(), 8184), dspOk);
     EXPECT_EQ(link->primitiveSendData(big.data(), 0), dspOk);
-    EXPECT_EQ(dsp->countCalls(IOCTL_DSP_SEND_DATA), 2);
+    EXPECT_EQ(dsp->countCalls(wire::IOCTL_DSP_SEND_DATA), 2);
 
     EXPECT_EQ(link->primitiveSendData(big.data(), 8185), dspUsbCommFailed);
     EXPECT_EQ(link->primitiveSendData(big.data(), -1), dspUsbCommFailed);
@@ -106,8 +106,8 @@ TEST_F(PrimitivesTest, SizeLimitsOfSendAndGetData) {
     size = 8184;
     EXPECT_EQ(link->primitiveGetData(big.data(), &size), dspOk);
 
-    EXPECT_EQ(dsp->countCalls(IOCTL_DSP_SEND_DATA), 2);
-    EXPECT_EQ(dsp->countCalls(IOCTL_DSP_GET_DATA), 1);
+    EXPECT_EQ(dsp->countCalls(wire::IOCTL_DSP_SEND_DATA), 2);
+    EXPECT_EQ(dsp->countCalls(wire::IOCTL_DSP_GET_DATA), 1);
     EXPECT_EQ(usbLog(), (std::vector<std::wstring>{
                             L"primitiveSendData size wrong, 8185",
                             L"primitiveSendData size wrong, -1",

@@ -89,7 +89,7 @@ std::vector<std::vector<BYTE>> ScriptedDsp::sentFrames() const {
     std::lock_guard<std::mutex> lock(mutex_);
     std::vector<std::vector<BYTE>> frames;
     for (const auto& c : calls_)
-        if (c.code == dsplink::IOCTL_DSP_SEND_DATA && !c.failed) frames.push_back(c.sent);
+        if (c.code == wire::IOCTL_DSP_SEND_DATA && !c.failed) frames.push_back(c.sent);
     return frames;
 }
 
@@ -114,7 +114,7 @@ bool ScriptedDsp::ioControl(DWORD code, void* in, DWORD inSize, void* out, DWORD
     call.outSize = outSize;
     call.returnedIsNull = returned == nullptr;
     call.tick = host::GetTickCount();
-    if (code == dsplink::IOCTL_DSP_SEND_DATA && out)
+    if (code == wire::IOCTL_DSP_SEND_DATA && out)
         call.sent.assign(static_cast<BYTE*>(out), static_cast<BYTE*>(out) + outSize);
     if (clock_ && callMs_) clock_->advance(callMs_);
 
@@ -136,7 +136,7 @@ bool ScriptedDsp::ioControl(DWORD code, void* in, DWORD inSize, void* out, DWORD
     }
 
     switch (code) {
-        case dsplink::IOCTL_DSP_GET_STATUS: {
+        case wire::IOCTL_DSP_GET_STATUS: {
             if (!statusQueue_.empty()) {
                 current_ = statusQueue_.front();
                 statusQueue_.pop_front();
@@ -144,13 +144,12 @@ bool ScriptedDsp::ioControl(DWORD code, void* in, DWORD inSize, void* out, DWORD
             auto* block = static_cast<BYTE*>(in);
             std::memset(block, 0, inSize);
             if (inSize > 0) block[0] = 1;
-            if (inSize > dsplink::kStatusOffset) block[dsplink::kStatusOffset] = current_.status;
-            if (inSize > dsplink::kSequenceOffset)
-                block[dsplink::kSequenceOffset] = current_.sequence;
+            if (inSize > wire::kStatusOffset) block[wire::kStatusOffset] = current_.status;
+            if (inSize > wire::kSequenceOffset) block[wire::kSequenceOffset] = current_.sequence;
             break;
         }
-        case dsplink::IOCTL_DSP_SEND_DATA:
-            if (model_ && !call.sent.empty() && call.sent[0] == dsplink::kDeviceDsp) {
+        case wire::IOCTL_DSP_SEND_DATA:
+            if (model_ && !call.sent.empty() && call.sent[0] == wire::kDeviceDsp) {
                 // The queue no longer applies once the model runs the DSP.
                 statusQueue_.clear();
                 current_.sequence = static_cast<BYTE>(current_.sequence + 2);
@@ -160,7 +159,7 @@ bool ScriptedDsp::ioControl(DWORD code, void* in, DWORD inSize, void* out, DWORD
             }
             if (returned) *returned = outSize;
             break;
-        case dsplink::IOCTL_DSP_GET_DATA: {
+        case wire::IOCTL_DSP_GET_DATA: {
             auto* buffer = static_cast<BYTE*>(in);
             std::memset(buffer, 0, inSize);
             if (!reply_.empty())

@@ -15,12 +15,8 @@ namespace {
 using namespace e2e;
 
 std::string control(char sub, const std::string& payload = {}) {
-    std::string request(16, '\0');
-    request[0] = 5;
-    request[1] = sub;
-    const auto size = static_cast<std::uint32_t>(payload.size());
-    for (int i = 0; i < 4; ++i) request[4 + i] = static_cast<char>(size >> (8 * i));
-    return request + payload;
+    const std::string head{5, sub, 0, 0};
+    return head + le32(static_cast<std::uint32_t>(payload.size())) + std::string(8, '\0') + payload;
 }
 
 std::string text(const std::vector<std::uint8_t>& bytes) {

@@ -7,6 +7,7 @@
 #include <thread>
 
 #include "boards/error_log.h"
+#include "dsplink/wire.h"
 
 namespace e2e {
 
@@ -71,16 +72,14 @@ std::string header(const std::string& reply, const std::string& name) {
 }
 
 std::string le32(std::uint32_t v) {
-    std::string out(4, '\0');
-    for (int i = 0; i < 4; ++i) out[i] = static_cast<char>(v >> (8 * i));
-    return out;
+    std::array<std::uint8_t, 4> bytes{};
+    wire::writeU32le(bytes, 0, v);
+    return {bytes.begin(), bytes.end()};
 }
 
 std::uint32_t statusOf(const std::string& reply) {
     if (reply.size() < 4) return 0xFFFFFFFF;
-    std::uint32_t v = 0;
-    for (int i = 3; i >= 0; --i) v = (v << 8) | static_cast<std::uint8_t>(reply[i]);
-    return v;
+    return wire::readU32le({reinterpret_cast<const std::uint8_t*>(reply.data()), 4}, 0);
 }
 
 void TovelProgram::start(const std::vector<std::string>& extra) {

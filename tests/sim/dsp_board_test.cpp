@@ -39,8 +39,8 @@ TEST_F(DspBoardTest, StatusBlockCarriesDeviceStateDetailAndSequence) {
 
     // The controller's 65-byte read gets the same 64 bytes; byte 64 is not the block's.
     std::vector<BYTE> buffer(65, 0xEE);
-    ASSERT_TRUE(host::DeviceIoControl(client_->handle(), sim::kIoctlGetStatus, buffer.data(), 65,
-                                      nullptr, 0, nullptr));
+    ASSERT_TRUE(host::DeviceIoControl(client_->handle(), wire::IOCTL_DSP_GET_STATUS, buffer.data(),
+                                      65, nullptr, 0, nullptr));
     EXPECT_TRUE(std::equal(block.begin(), block.end(), buffer.begin()));
     EXPECT_EQ(buffer[64], 0xEE);
 }
@@ -56,12 +56,12 @@ TEST_F(DspBoardTest, BoardDetailReadAnswersTheLittleEndianRecordOnce) {
     auto frame = client_->reply(36);
     ASSERT_EQ(frame.size(), 36u);
     EXPECT_EQ(std::vector<BYTE>(frame.begin(), frame.begin() + 4), bytes({11, 0, 0, 32}));
-    EXPECT_EQ(sim::getLe32(frame, 4), 1235000000u);
-    EXPECT_EQ(sim::getLe32(frame, 8), 0x01020304u);
-    EXPECT_EQ(sim::getLe32(frame, 12), 1006u);
-    EXPECT_EQ(sim::getLe64(frame, 20), 0x1122334455667788ull);
-    EXPECT_EQ(sim::getLe32(frame, 28), 3u);
-    EXPECT_EQ(sim::getLe32(frame, 32), 7u);
+    EXPECT_EQ(wire::readU32le(frame, 4), 1235000000u);
+    EXPECT_EQ(wire::readU32le(frame, 8), 0x01020304u);
+    EXPECT_EQ(wire::readU32le(frame, 12), 1006u);
+    EXPECT_EQ(wire::readU64le(frame, 20), 0x1122334455667788ull);
+    EXPECT_EQ(wire::readU32le(frame, 28), 3u);
+    EXPECT_EQ(wire::readU32le(frame, 32), 7u);
 
     // Fetched once: a second get-data finds nothing pending.
     EXPECT_EQ(client_->reply(8), bytes({0, 0, 0, 0, 0, 0, 0, 0}));
@@ -79,7 +79,7 @@ TEST_F(DspBoardTest, BoardDetailWriteReplacesTheRecord) {
     EXPECT_EQ(board->detail(), written);
 
     client_->send(bytes({11, 0, 0, 0}));
-    EXPECT_EQ(sim::getLe32(client_->reply(36), 4), 1060000123u);
+    EXPECT_EQ(wire::readU32le(client_->reply(36), 4), 1060000123u);
 }
 
 TEST_F(DspBoardTest, CommandWithoutReplyAdvancesSequenceByTwoShowsDoneAndWraps) {

@@ -12,20 +12,20 @@ using sim::BoardKind;
 
 std::vector<BYTE> chunk(std::uint32_t address, const std::vector<BYTE>& data) {
     std::vector<BYTE> payload(4);
-    sim::putLe32(payload, 0, address);
+    wire::writeU32le(payload, 0, address);
     payload.insert(payload.end(), data.begin(), data.end());
-    return sim::makeFrame(sim::kDeviceImageChunk, 0, payload);
+    return sim::makeFrame(wire::kDeviceBootChunk, 0, payload);
 }
 
 std::vector<BYTE> versionSection(std::uint16_t major, std::uint16_t minor) {
     std::vector<BYTE> words(4);
-    sim::putLe16(words, 0, major);
-    sim::putLe16(words, 2, minor);
+    wire::writeU16le(words, 0, major);
+    wire::writeU16le(words, 2, minor);
     return words;
 }
 
-const std::vector<BYTE> kImageStart = {sim::kDeviceImageStart, 0, 0, 0};
-const std::vector<BYTE> kImageEnd = {sim::kDeviceImageEnd, 0, 0, 0};
+const std::vector<BYTE> kImageStart = {wire::kDeviceBootStart, 0, 0, 0};
+const std::vector<BYTE> kImageEnd = {wire::kDeviceBootEnd, 0, 0, 0};
 
 class DspBootTest : public SimBusTest {
   protected:
@@ -127,8 +127,8 @@ TEST_F(DspBootTest, VersionComesFromTheImageAtTheVersionAddress) {
 
     client_->command(sim::versionQueryOpcode(BoardKind::RF));
     auto frame = client_->reply(40);
-    EXPECT_EQ(sim::getLe32(frame, 4 + 20), 54u);
-    EXPECT_EQ(sim::getLe32(frame, 4 + 24), 7u);
+    EXPECT_EQ(wire::readU32le(frame, 4 + 20), 54u);
+    EXPECT_EQ(wire::readU32le(frame, 4 + 24), 7u);
 }
 
 TEST_F(DspBootTest, VersionSectionSplitOverTwoChunksCounts) {

@@ -27,9 +27,9 @@ TEST_F(DspBusTest, EachOpenReachesOneFreeBoardInSlotOrderThenFails) {
 
     // Each handle talks to its own board: ask each for its identity.
     auto serialOf = [](DspClient& c) {
-        c.send(bytes({sim::kDeviceBoardDetail, sim::kBoardDetailRead, 0, 0}));
+        c.send(bytes({wire::kDeviceBoardDetail, wire::kBoardDetailRead, 0, 0}));
         auto frame = c.reply(36);
-        return sim::getLe32(frame, 4);
+        return wire::readU32le(frame, 4);
     };
     EXPECT_EQ(serialOf(first), rf->serial());
     EXPECT_EQ(serialOf(second), t1->serial());
@@ -163,12 +163,12 @@ TEST_F(DspBusTest, UnknownControlCodeAndMisplacedBuffersAreRefused) {
         host::DeviceIoControl(client.handle(), 0x00220428, buffer, 64, nullptr, 0, nullptr));
     EXPECT_EQ(host::GetLastError(), ERROR_NOT_SUPPORTED);
     // Status into the output position: the reads fill the input buffer only.
-    EXPECT_FALSE(host::DeviceIoControl(client.handle(), sim::kIoctlGetStatus, nullptr, 0, buffer,
-                                       64, nullptr));
+    EXPECT_FALSE(host::DeviceIoControl(client.handle(), wire::IOCTL_DSP_GET_STATUS, nullptr, 0,
+                                       buffer, 64, nullptr));
     EXPECT_EQ(host::GetLastError(), ERROR_INVALID_PARAMETER);
     // A frame in the input position of a send.
-    EXPECT_FALSE(host::DeviceIoControl(client.handle(), sim::kIoctlSendData, buffer, 4, nullptr, 0,
-                                       nullptr));
+    EXPECT_FALSE(host::DeviceIoControl(client.handle(), wire::IOCTL_DSP_SEND_DATA, buffer, 4,
+                                       nullptr, 0, nullptr));
     EXPECT_EQ(host::GetLastError(), ERROR_INVALID_PARAMETER);
 }
 

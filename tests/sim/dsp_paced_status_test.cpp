@@ -24,7 +24,7 @@ TEST_F(PacedStatusTest, AnUnchangedStatusTakesThePaceAChangedOneAnswersAtOnce) {
     const sim::StatusBlock again = client_->status();
     EXPECT_GE(steady_clock::now() - start, sim::SimDspBoard::kStatusReadPace);
     EXPECT_EQ(board_->pacedStatusReads(), 1u);
-    EXPECT_EQ(again[sim::kStatusSequenceOffset], 1);
+    EXPECT_EQ(again[wire::kSequenceOffset], 1);
 
     // The fast path: a command the DSP answers at once changes the block.
     client_->command(sim::kOpcodeEcho, bytes({7}));
@@ -80,8 +80,8 @@ TEST_F(PacedStatusTest, AWaitingReadEndsWithTheBoardsNextChange) {
             EXPECT_EQ(client_->lastError, ERROR_DEVICE_NOT_CONNECTED);
             continue;
         }
-        EXPECT_EQ(block[sim::kStatusStateOffset], c.state);
-        EXPECT_EQ(block[sim::kStatusSequenceOffset], c.sequence);
+        EXPECT_EQ(block[wire::kStatusOffset], c.state);
+        EXPECT_EQ(block[wire::kSequenceOffset], c.sequence);
     }
 }
 

@@ -26,8 +26,8 @@ std::vector<BYTE> reply(BoardKind kind, BYTE opcode, sim::ProgramVersion version
 TEST(FirmwareTable, VersionQueryOfEachKindAnswersItsLayout) {
     auto rf = reply(BoardKind::RF, 1, {53, 2});
     ASSERT_EQ(rf.size(), 36u);
-    EXPECT_EQ(sim::getLe32(rf, 20), 53u);
-    EXPECT_EQ(sim::getLe32(rf, 24), 2u);
+    EXPECT_EQ(wire::readU32le(rf, 20), 53u);
+    EXPECT_EQ(wire::readU32le(rf, 24), 2u);
 
     auto t1 = reply(BoardKind::T1, 12, {102, 1});
     ASSERT_EQ(t1.size(), 16u);
@@ -36,14 +36,14 @@ TEST(FirmwareTable, VersionQueryOfEachKindAnswersItsLayout) {
 
     auto ip = reply(BoardKind::IP150, 1, {99, 6});
     ASSERT_EQ(ip.size(), 764u);
-    EXPECT_EQ(sim::getLe16(ip, 0), 99);
-    EXPECT_EQ(sim::getLe16(ip, 2), 6);
-    EXPECT_EQ(sim::getLe32(ip, 756), 0u);
+    EXPECT_EQ(wire::readU16le(ip, 0), 99);
+    EXPECT_EQ(wire::readU16le(ip, 2), 6);
+    EXPECT_EQ(wire::readU32le(ip, 756), 0u);
 
     auto ipg = reply(BoardKind::IP163, 1, {60, 0});
     ASSERT_EQ(ipg.size(), 764u);
-    EXPECT_EQ(sim::getLe16(ipg, 0), 60);
-    EXPECT_EQ(sim::getLe32(ipg, 756), sim::kNewIpBoardMarker);
+    EXPECT_EQ(wire::readU16le(ipg, 0), 60);
+    EXPECT_EQ(wire::readU32le(ipg, 756), sim::kNewIpBoardMarker);
 
     auto pots = reply(BoardKind::Analog, 1, {58, 3});
     ASSERT_EQ(pots.size(), 660u);
@@ -130,19 +130,6 @@ TEST(DefaultBoards, KindNamesRoundTrip) {
     EXPECT_EQ(sim::kindName(BoardKind::IP163), "ipg");
     EXPECT_EQ(sim::kindName(BoardKind::Analog), "pots");
     EXPECT_FALSE(sim::parseBoardKind("t2"));
-}
-
-TEST(BoardDetail, EncodesLittleEndianAtItsOffsets) {
-    sim::BoardDetail d{0x11223344, 2, 2002, 4, 0x0102030405060708ull, 3, 9};
-    auto bytes = d.encode();
-    EXPECT_EQ(bytes[0], 0x44);
-    EXPECT_EQ(bytes[3], 0x11);
-    EXPECT_EQ(sim::getLe32(bytes, 8), 2002u);
-    EXPECT_EQ(bytes[16], 0x08);
-    EXPECT_EQ(bytes[23], 0x01);
-    EXPECT_EQ(sim::getLe32(bytes, 24), 3u);
-    EXPECT_EQ(sim::getLe32(bytes, 28), 9u);
-    EXPECT_EQ(sim::BoardDetail::decode(bytes), d);
 }
 
 }  // namespace

@@ -16,7 +16,7 @@ DspClient::~DspClient() {
 
 bool DspClient::status(sim::StatusBlock& block, DWORD size) {
     std::vector<BYTE> buffer(size, 0xEE);
-    if (!host::DeviceIoControl(handle_, sim::kIoctlGetStatus, buffer.data(), size, nullptr, 0,
+    if (!host::DeviceIoControl(handle_, wire::IOCTL_DSP_GET_STATUS, buffer.data(), size, nullptr, 0,
                                nullptr)) {
         lastError = host::GetLastError();
         return false;
@@ -27,7 +27,7 @@ bool DspClient::status(sim::StatusBlock& block, DWORD size) {
 
 bool DspClient::send(std::span<const BYTE> frame) {
     DWORD done = 0;
-    if (!host::DeviceIoControl(handle_, sim::kIoctlSendData, nullptr, 0,
+    if (!host::DeviceIoControl(handle_, wire::IOCTL_DSP_SEND_DATA, nullptr, 0,
                                const_cast<BYTE*>(frame.data()), static_cast<DWORD>(frame.size()),
                                &done)) {
         lastError = host::GetLastError();
@@ -38,7 +38,7 @@ bool DspClient::send(std::span<const BYTE> frame) {
 
 bool DspClient::getData(std::vector<BYTE>& frame, DWORD size) {
     frame.assign(size, 0);
-    if (!host::DeviceIoControl(handle_, sim::kIoctlGetData, frame.data(), size, nullptr, 0,
+    if (!host::DeviceIoControl(handle_, wire::IOCTL_DSP_GET_DATA, frame.data(), size, nullptr, 0,
                                nullptr)) {
         lastError = host::GetLastError();
         return false;
@@ -53,7 +53,7 @@ sim::StatusBlock DspClient::status() {
 }
 
 void DspClient::command(BYTE opcode, std::span<const BYTE> payload) {
-    EXPECT_TRUE(send(sim::makeFrame(sim::kDeviceDsp, opcode, payload)))
+    EXPECT_TRUE(send(sim::makeFrame(wire::kDeviceDsp, opcode, payload)))
         << "send failed with " << lastError;
 }
 

@@ -31,8 +31,8 @@ class DspClient {
 
     // Conveniences that expect success.
     sim::StatusBlock status();
-    BYTE state() { return status()[sim::kStatusStateOffset]; }
-    BYTE sequence() { return status()[sim::kStatusSequenceOffset]; }
+    BYTE state() { return status()[wire::kStatusOffset]; }
+    BYTE sequence() { return status()[wire::kSequenceOffset]; }
     void command(BYTE opcode, std::span<const BYTE> payload = {});
     // The reply frame, header included, read with a buffer of `size` bytes.
     std::vector<BYTE> reply(DWORD size);

@@ -88,10 +88,7 @@ std::vector<std::uint8_t> FakeController::answer(const std::vector<std::uint8_t>
             return {};
         case Rem_PrimGet:
             data.resize(q.primGetLength());
-            data[0] = 1;
-            data[1] = 0x21;
-            data[2] = static_cast<std::uint8_t>(q.shortSize >> 8);
-            data[3] = static_cast<std::uint8_t>(q.shortSize);
+            wire::putFrameHeader(data, wire::kDeviceDsp, 0x21, q.shortSize);
             break;
         case Rem_GetStatus:
             data.resize(kStatusReplyLength);

@@ -2,7 +2,10 @@
 
 #include <algorithm>
 #include <limits>
+#include <span>
 #include <stdexcept>
+
+#include "dsplink/wire.h"
 
 namespace coffkit {
 namespace {
@@ -11,8 +14,8 @@ class ByteWriter {
   public:
     explicit ByteWriter(bool bigEndian) : bigEndian_(bigEndian) {}
 
-    void put16(std::uint16_t v) { putN(v, 2); }
-    void put32(std::uint32_t v) { putN(v, 4); }
+    void put16(std::uint16_t v) { wire::write(grow(2), 0, v, bigEndian_); }
+    void put32(std::uint32_t v) { wire::write(grow(4), 0, v, bigEndian_); }
     void putBytes(const void* data, std::size_t n) {
         const auto* p = static_cast<const std::uint8_t*>(data);
         bytes_.insert(bytes_.end(), p, p + n);
@@ -21,11 +24,9 @@ class ByteWriter {
     std::vector<std::uint8_t> take() { return std::move(bytes_); }
 
   private:
-    void putN(std::uint32_t v, int n) {
-        for (int i = 0; i < n; ++i) {
-            const int shift = bigEndian_ ? 8 * (n - 1 - i) : 8 * i;
-            bytes_.push_back(static_cast<std::uint8_t>(v >> shift));
-        }
+    std::span<std::uint8_t> grow(std::size_t n) {
+        bytes_.resize(bytes_.size() + n);
+        return std::span(bytes_).last(n);
     }
 
     bool bigEndian_;

@@ -2,22 +2,23 @@
 
 #include <cstring>
 
+#include "dsplink/wire.h"
 #include "tools/coffkit/coff_writer.h"
 
 namespace coffkit {
 namespace {
 
 DspProgramVersion decodeVersion(std::span<const std::uint8_t> data) {
-    return {static_cast<std::uint16_t>(data[0] | data[1] << 8),
-            static_cast<std::uint16_t>(data[2] | data[3] << 8)};
+    return {wire::readU16le(data, 0), wire::readU16le(data, 2)};
 }
 
 }  // namespace
 
 std::vector<std::uint8_t> encodeVersion(DspProgramVersion version) {
-    return {static_cast<std::uint8_t>(version.major), static_cast<std::uint8_t>(version.major >> 8),
-            static_cast<std::uint8_t>(version.minor),
-            static_cast<std::uint8_t>(version.minor >> 8)};
+    std::vector<std::uint8_t> words(4);
+    wire::writeU16le(words, 0, version.major);
+    wire::writeU16le(words, 2, version.minor);
+    return words;
 }
 
 std::vector<std::uint8_t> codeImage(std::uint32_t codeBytes) {

@@ -19,6 +19,7 @@
 #include <vector>
 
 #include "dsplink/coff_section.h"
+#include "sim/program_version.h"
 
 namespace coffkit {
 
@@ -29,10 +30,9 @@ struct DspProgramVersion {
 };
 
 inline constexpr char kVersionSectionName[] = ".ver";
-// Far from where C6000 images put code, data and the debug sections sent to
-// address 0; the simulated boards read the version from here (sim::kVersionAddress).
-inline constexpr std::uint32_t kVersionSectionAddress = 0x7FFFF000;
-inline constexpr std::uint32_t kVersionSectionBytes = 4;
+// Where the section loads and its size are the simulated boards' convention.
+inline constexpr std::uint32_t kVersionSectionAddress = sim::kVersionAddress;
+inline constexpr std::uint32_t kVersionSectionBytes = sim::kVersionSize;
 inline constexpr std::uint32_t kCodeSectionAddress = 0x80000000;  // external memory (CE0)
 inline constexpr std::uint32_t kBssSectionAddress = 0x00030000;
 inline constexpr std::uint32_t kBssBytes = 1024;

@@ -4,6 +4,8 @@
 #include <array>
 #include <fstream>
 
+#include "dsplink/wire.h"
+
 namespace cofinfo {
 namespace {
 
@@ -37,20 +39,11 @@ class FileBytes {
     std::uint64_t size_ = 0;
 };
 
-std::uint32_t get32(const std::uint8_t* p, bool bigEndian) {
-    return bigEndian ? std::uint32_t{p[0]} << 24 | std::uint32_t{p[1]} << 16 |
-                           std::uint32_t{p[2]} << 8 | p[3]
-                     : std::uint32_t{p[3]} << 24 | std::uint32_t{p[2]} << 16 |
-                           std::uint32_t{p[1]} << 8 | p[0];
-}
-
-std::uint16_t get16(const std::uint8_t* p, bool bigEndian) {
-    return static_cast<std::uint16_t>(bigEndian ? p[0] << 8 | p[1] : p[1] << 8 | p[0]);
-}
-
 OptionalHeader decodeOptional(const std::vector<std::uint8_t>& b, bool be) {
-    return {get16(&b[0], be),  get16(&b[2], be),  get32(&b[4], be),  get32(&b[8], be),
-            get32(&b[12], be), get32(&b[16], be), get32(&b[20], be), get32(&b[24], be)};
+    return {wire::read<std::uint16_t>(b, 0, be),  wire::read<std::uint16_t>(b, 2, be),
+            wire::read<std::uint32_t>(b, 4, be),  wire::read<std::uint32_t>(b, 8, be),
+            wire::read<std::uint32_t>(b, 12, be), wire::read<std::uint32_t>(b, 16, be),
+            wire::read<std::uint32_t>(b, 20, be), wire::read<std::uint32_t>(b, 24, be)};
 }
 
 std::string stringTableName(FileBytes& file, const coff::FileHeader& header, std::uint32_t offset) {

@@ -8,6 +8,8 @@
 #include <map>
 #include <sstream>
 
+#include "dsplink/wire.h"
+
 namespace scenario {
 namespace {
 
@@ -15,7 +17,7 @@ constexpr std::int64_t kMaxLatencyMs = 60000;  // as `tovelsim fault SLOT latenc
 constexpr std::int64_t kMaxDelayMs = 600000;
 constexpr std::int64_t kMaxEventMs = 86400000;  // a day
 constexpr std::int64_t kMaxKnobDelta = 1000000;
-constexpr std::size_t kMaxReplyBytes = 8180;  // the largest DSP packet payload
+constexpr std::size_t kMaxReplyBytes = wire::kMaxPayload;  // the largest DSP packet payload
 
 // An error at a place in the file.
 struct Invalid {

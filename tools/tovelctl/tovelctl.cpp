@@ -175,7 +175,7 @@ void printPacket(const Options& o, const char* command, const Reply& reply) {
     if (reply.data.size() >= remproto::kDspPacketHeaderSize) {
         report.add("packetDevice", std::int64_t{reply.data[0]})
             .add("packetOpcode", std::int64_t{reply.data[1]})
-            .add("packetSize", std::int64_t{reply.data[2] * 256 + reply.data[3]});
+            .add("packetSize", std::int64_t{remproto::readU16be(reply.data, 2)});
     }
     report.data(reply.data);
     printReply(o, report);

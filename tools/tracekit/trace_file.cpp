@@ -8,18 +8,13 @@
 #include "boards/dsp_status.h"
 #include "platform/clock.h"
 #include "platform/text.h"
+#include "server/remote_protocol.h"
 
 namespace tracekit {
 namespace {
 
 constexpr const char* kRequestNames[] = {"PrimSend",  "PrimGet",    "GetStatus",
                                          "AtomicGet", "AtomicSend", "Control"};
-constexpr std::size_t kShortForm = 5;
-constexpr std::size_t kLongForm = 16;
-
-std::uint32_t le32(const std::uint8_t* p) {
-    return p[0] | (p[1] << 8) | (p[2] << 16) | (static_cast<std::uint32_t>(p[3]) << 24);
-}
 
 std::string hex(const std::uint8_t* bytes, std::size_t count) {
     static constexpr char kDigits[] = "0123456789abcdef";
@@ -169,18 +164,18 @@ std::string TraceFile::format(const Record& r) const {
     const std::uint8_t opcode = h[0];
     line["request"] = opcode < std::size(kRequestNames) ? kRequestNames[opcode] : "unknown";
     line["opcode"] = opcode;
-    std::size_t header = kShortForm;
+    std::size_t header = remproto::kShortHeaderSize;
     if (opcode <= 2) {
         line["device"] = h[1];
         line["dsp_opcode"] = h[2];
-        line["size"] = h[3] * 256 + h[4];
+        line["size"] = remproto::readU16be(r.head, 3);
     } else {
-        header = kLongForm;
+        header = remproto::kLongHeaderSize;
         line[opcode == 5 ? "sub" : "dsp_opcode"] = h[1];
-        line["size"] = le32(h + 4);
+        line["size"] = remproto::readU32le(r.head, 4);
         if (opcode == 3) {
             line["reply_opcode"] = h[8];
-            line["reply_length_wanted"] = le32(h + 12);
+            line["reply_length_wanted"] = remproto::readU32le(r.head, 12);
         }
     }
     const std::size_t payload =
