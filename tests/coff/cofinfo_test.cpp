@@ -4,10 +4,10 @@
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
+#include <nlohmann/json.hpp>
 #include <sstream>
 
 #include "tests/coff/coff_test_util.h"
-#include "tests/coff/mini_json.h"
 #include "tools/coffkit/coff_writer.h"
 
 using testing_support::TempUnitRoot;
@@ -74,32 +74,33 @@ TEST(Cofinfo, ListsTheSectionsOfEveryRealFile) {
     if (!cofftest::haveSharedCoffFiles())
         GTEST_SKIP() << "no shared COFF files in " << cofftest::sharedCoffDir();
     TempUnitRoot root;
-    const minijson::Value expected =
-        minijson::parseFile(cofftest::sharedCoffDir() + "expected.json");
-    for (const auto& [name, file] : expected.object()) {
+    const nlohmann::json expected =
+        nlohmann::json::parse(std::ifstream(cofftest::sharedCoffDir() + "expected.json"));
+    for (const auto& [name, file] : expected.items()) {
         SCOPED_TRACE(name);
         const RunResult r = run(root, "cofinfo", quoted(cofftest::sharedCoffDir() + name));
         EXPECT_EQ(r.exitCode, 0) << r.output;
         const std::vector<Row> rows = sectionRows(r.output);
-        const auto& sections = file["sections"].array();
+        const auto& sections = file.at("sections");
         ASSERT_EQ(rows.size(), sections.size()) << r.output;
         for (std::size_t i = 0; i < rows.size(); ++i) {
-            const minijson::Value& s = sections[i];
-            const std::string recorded =
-                s["name_in_string_table"].boolean() ? "\"\"" : s["name"].string().substr(0, 7);
-            EXPECT_EQ(rows[i].index, s["index"].integer());
+            const nlohmann::json& s = sections[i];
+            const std::string recorded = s.at("name_in_string_table").get<bool>()
+                                             ? "\"\""
+                                             : s.at("name").get<std::string>().substr(0, 7);
+            EXPECT_EQ(rows[i].index, s.at("index").get<std::int64_t>());
             EXPECT_EQ(rows[i].name, recorded);
-            EXPECT_EQ(rows[i].vma, hex8(s["vaddr"].integer()));
-            EXPECT_EQ(rows[i].size, std::to_string(s["size"].integer()));
-            EXPECT_EQ(rows[i].filePos, hex8(s["scnptr"].integer()));
-            EXPECT_EQ(rows[i].flags, hex8(s["flags"].integer()));
-            EXPECT_EQ(rows[i].load == "sent", s["loaded_by_boot_loader"].boolean());
+            EXPECT_EQ(rows[i].vma, hex8(s.at("vaddr").get<std::int64_t>()));
+            EXPECT_EQ(rows[i].size, std::to_string(s.at("size").get<std::int64_t>()));
+            EXPECT_EQ(rows[i].filePos, hex8(s.at("scnptr").get<std::int64_t>()));
+            EXPECT_EQ(rows[i].flags, hex8(s.at("flags").get<std::int64_t>()));
+            EXPECT_EQ(rows[i].load == "sent", s.at("loaded_by_boot_loader").get<bool>());
         }
-        const minijson::Value& rule = file["rule_A"];
+        const nlohmann::json& rule = file.at("rule_A");
         std::ostringstream summary;
-        summary << "sends " << rule["loadable_sections"].integer() << " sections, "
-                << rule["loadable_bytes"].integer() << " bytes in " << rule["chunks_820"].integer()
-                << " chunks";
+        summary << "sends " << rule.at("loadable_sections").get<std::int64_t>() << " sections, "
+                << rule.at("loadable_bytes").get<std::int64_t>() << " bytes in "
+                << rule.at("chunks_820").get<std::int64_t>() << " chunks";
         EXPECT_NE(r.output.find(summary.str()), std::string::npos) << r.output;
         EXPECT_NE(r.output.find("Verdict: loadable"), std::string::npos);
     }
@@ -124,11 +125,11 @@ TEST(Cofinfo, RefusalsExitOneWithTheReadersResultAndTheReason) {
 
     r = run(root, "cofinfo", "--json " + quoted(bad));
     EXPECT_EQ(r.exitCode, 1);
-    const minijson::Value json = minijson::parse(r.output);
-    EXPECT_FALSE(json["loadable"].boolean());
-    EXPECT_EQ(json["readerResult"].integer(), kCoffSectionUnreadable);
-    EXPECT_NE(json["reason"].string().find("section .text"), std::string::npos);
-    EXPECT_EQ(json["sections"].array().size(), 1u);
+    const nlohmann::json json = nlohmann::json::parse(r.output);
+    EXPECT_FALSE(json.at("loadable").get<bool>());
+    EXPECT_EQ(json.at("readerResult").get<std::int64_t>(), kCoffSectionUnreadable);
+    EXPECT_NE(json.at("reason").get<std::string>().find("section .text"), std::string::npos);
+    EXPECT_EQ(json.at("sections").size(), 1u);
 
     r = run(root, "cofinfo", quoted(root.path() + "/missing.cof"));
     EXPECT_EQ(r.exitCode, 1);
