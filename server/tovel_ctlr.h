@@ -100,7 +100,6 @@ class TovelCtlr : public SessionOwner {
     void purgeDoneTovels();
     void terminateAllTovels();
     bool anyTovelActive();
-    std::size_t tovelCount();
     DWORD WatchdogThread();
 
     // ---- Port configuration.
