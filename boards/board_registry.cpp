@@ -267,29 +267,17 @@ UsbCtlr* UsbCtlr::GetCtlr(int index) {
     return nullptr;
 }
 
-T1Ctlr* UsbCtlr::GetT1Ctlr(int index) {
+T1Ctlr* UsbCtlr::GetT1CtlrForTest(int index) {
     return Registry::atLocked(*T1Ctlrs, index);
 }
-T1Ctlr* UsbCtlr::GetT1CtlrUnlocked(int index) {
-    return Registry::at(*T1Ctlrs, index);
-}
-EthernetCtlr* UsbCtlr::GetEthernetCtlr(int index) {
+EthernetCtlr* UsbCtlr::GetEthernetCtlrForTest(int index) {
     return Registry::atLocked(*EthernetCtlrs, index);
 }
-EthernetCtlr* UsbCtlr::GetEthernetCtlrUnlocked(int index) {
-    return Registry::at(*EthernetCtlrs, index);
-}
-RFCtlr* UsbCtlr::GetRFCtlr(int index) {
+RFCtlr* UsbCtlr::GetRFCtlrForTest(int index) {
     return Registry::atLocked(*RFCtlrs, index);
 }
-RFCtlr* UsbCtlr::GetRFCtlrUnlocked(int index) {
-    return Registry::at(*RFCtlrs, index);
-}
-AnalogCtlr* UsbCtlr::GetAnalogCtlr(int index) {
+AnalogCtlr* UsbCtlr::GetAnalogCtlrForTest(int index) {
     return Registry::atLocked(*AnalogCtlrs, index);
-}
-AnalogCtlr* UsbCtlr::GetAnalogCtlrUnlocked(int index) {
-    return Registry::at(*AnalogCtlrs, index);
 }
 
 int UsbCtlr::GetDeadCtlrCount() {
@@ -337,7 +325,7 @@ void UsbCtlr::Shutdown() {
     closeLogFileForShutdown();
 }
 
-void UsbCtlr::ResetRegistry() {
+void UsbCtlr::ResetRegistryForTest() {
     std::lock_guard<host::CriticalSection> registry(*registryLock);
     Registry::destroyAll(*T1Ctlrs);
     Registry::destroyAll(*EthernetCtlrs);

@@ -128,15 +128,11 @@ class UsbCtlr : public LinkOwner {
     static int GetCtlrCount();
     // In index order: analog, T1, RF, then Ethernet boards; null out of range.
     static UsbCtlr* GetCtlr(int index);
-    // Per-kind access, with and without taking registryLock.
-    static T1Ctlr* GetT1Ctlr(int index);
-    static T1Ctlr* GetT1CtlrUnlocked(int index);
-    static EthernetCtlr* GetEthernetCtlr(int index);
-    static EthernetCtlr* GetEthernetCtlrUnlocked(int index);
-    static RFCtlr* GetRFCtlr(int index);
-    static RFCtlr* GetRFCtlrUnlocked(int index);
-    static AnalogCtlr* GetAnalogCtlr(int index);
-    static AnalogCtlr* GetAnalogCtlrUnlocked(int index);
+    // Per-kind access under registryLock.
+    static T1Ctlr* GetT1CtlrForTest(int index);
+    static EthernetCtlr* GetEthernetCtlrForTest(int index);
+    static RFCtlr* GetRFCtlrForTest(int index);
+    static AnalogCtlr* GetAnalogCtlrForTest(int index);
     // Retired controllers not yet deleted.
     static int GetDeadCtlrCount();
     // A client session binds itself to a controller for its lifetime. The
@@ -169,7 +165,7 @@ class UsbCtlr : public LinkOwner {
     static void Shutdown();
     // Deletes every controller and forgets earlier scans, without locking
     // the registry for good: lets several test cases share one process.
-    static void ResetRegistry();
+    static void ResetRegistryForTest();
 
     static NoDestructor<host::CriticalSection> registryLock;
 

@@ -45,6 +45,6 @@ int getPlatform() {
     return answer;
 }
 
-void resetPlatformForTests() {
+void resetPlatformForTest() {
     cachedPlatform.store(PlatformUndetermined, std::memory_order_relaxed);
 }

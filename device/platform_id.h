@@ -12,4 +12,4 @@ inline constexpr int PlatformUnreadable = 4;    // the key or value could not be
 int getPlatform();
 
 // Tests only: forget the cached answer so the next call reads the registry again.
-void resetPlatformForTests();
+void resetPlatformForTest();

@@ -57,7 +57,7 @@ bool powerFailShutDown() {
     return state().shutDown.load();
 }
 
-void resetPowerFailForTests() {
+void resetPowerFailForTest() {
     PowerFailState& s = state();
     std::lock_guard<std::mutex> lock(s.mutex);
     if (s.event != NULL_HANDLE) host::CloseHandle(s.event);

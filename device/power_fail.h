@@ -63,4 +63,4 @@ class PowerFailHandler {
 };
 
 // Tests only: closes the driver and the event and clears the shut-down flag.
-void resetPowerFailForTests();
+void resetPowerFailForTest();

@@ -33,7 +33,7 @@ WatchDog* WatchDog::Singleton() {
     return dog;
 }
 
-void WatchDog::resetSingletonForTests() {
+void WatchDog::resetSingletonForTest() {
     delete instance.exchange(nullptr);
 }
 

@@ -48,7 +48,7 @@ class WatchDog {
     bool armed() const { return armed_; }
 
     // Tests only: deletes the singleton so the next Singleton() arms afresh.
-    static void resetSingletonForTests();
+    static void resetSingletonForTest();
 
   private:
     // The vendor entries. Their answers are not examined.

@@ -22,8 +22,13 @@ class CommPolicy {
     // Loads and starts the DSP program.
     virtual dspStatus boot() = 0;
 
-    // Hooks for transports that need them; the callers (board controller and
-    // registry) rely only on these base answers.
+    // The link's unnamed default operations (these six and the three below).
+    // The board controller's and the registry's steps call some of them, and
+    // such a call must keep getting these base answers; since no answer
+    // changes what the caller does, this tree leaves those calls out, but the
+    // operations stay so the link keeps the interface its users are written
+    // against. The USB link overrides only setLinkMode(), which records a
+    // value nothing reads.
     virtual bool linkReady() { return true; }
     virtual void resetLink() {}
     virtual int pendingReplies() { return 0; }

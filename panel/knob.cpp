@@ -70,10 +70,18 @@ Knob::Knob(int lower, int upper, int initial) {
     rotaryEvent_ = host::CreateEventW(false, false, rotaryEventName);
     running_ = true;
     if (getPlatform() == PlatformKtx)
-        spiThread_ = host::CreateThread([this]() -> DWORD { return SPIMonitorThread(this); },
-                                        host::THREAD_PRIORITY_NORMAL, "KnobSpiMonitor");
-    eventThread_ = host::CreateThread([this]() -> DWORD { return EventMonitorThread(this); },
-                                      host::THREAD_PRIORITY_NORMAL, "KnobEventMonitor");
+        spiThread_ = host::CreateThread(
+            [this]() -> DWORD {
+                spiThreadImplementation();
+                return 0;
+            },
+            host::THREAD_PRIORITY_NORMAL, "KnobSpiMonitor");
+    eventThread_ = host::CreateThread(
+        [this]() -> DWORD {
+            eventThreadCallback();
+            return 0;
+        },
+        host::THREAD_PRIORITY_NORMAL, "KnobEventMonitor");
 }
 
 Knob::~Knob() {
@@ -286,11 +294,6 @@ void Knob::swError(int code) {
 
 // --- Counter chip: event monitor --------------------------------------------
 
-DWORD Knob::EventMonitorThread(void* knob) {
-    static_cast<Knob*>(knob)->eventThreadCallback();
-    return 0;
-}
-
 bool Knob::pause(DWORD ms) {
     return running_.load() && host::WaitForSingleObject(stopEvent_, ms) == WAIT_TIMEOUT &&
            running_.load();
@@ -350,11 +353,6 @@ void Knob::tellFocusOwner() {
 }
 
 // --- Counter chip: SPI monitor ----------------------------------------------
-
-DWORD Knob::SPIMonitorThread(void* knob) {
-    static_cast<Knob*>(knob)->spiThreadImplementation();
-    return 0;
-}
 
 void Knob::publishCounter(DWORD value) {
     host::SetEventData(rotaryEvent_, value);

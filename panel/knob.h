@@ -114,8 +114,6 @@ class Knob final : public MultiDIEventListener,
     void codeOrderError(int code);
     void swError(int code);
 
-    static DWORD EventMonitorThread(void* knob);
-    static DWORD SPIMonitorThread(void* knob);
     void eventThreadCallback();
     void spiThreadImplementation();
     // The event thread's step: the counter moved by `delta`.

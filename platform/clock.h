@@ -74,7 +74,6 @@ class ManualClock final : public Clock {
                  const std::function<bool()>& ready) override;
 
   private:
-    std::uint64_t now64() const { return now_.load(); }
     std::atomic<std::uint64_t> now_;
     std::atomic<std::uint64_t> slept_{0};
     std::atomic<int> waiters_{0};

@@ -60,7 +60,7 @@ BOOL CloseHandle(HANDLE h) {
     return TRUE_;
 }
 
-std::size_t openHandleCount() {
+std::size_t openHandleCountForTest() {
     auto& t = table();
     std::lock_guard<std::mutex> lock(t.mutex);
     return t.objects.size();

@@ -28,6 +28,6 @@ std::shared_ptr<T> lookupAs(HANDLE h) {
 BOOL CloseHandle(HANDLE h);
 
 // Number of open handles (for leak checks in tests).
-std::size_t openHandleCount();
+std::size_t openHandleCountForTest();
 
 }  // namespace host

@@ -193,7 +193,7 @@ DWORD GetIfTable(BYTE* table, DWORD* size, BOOL order) {
     return ERROR_SUCCESS;
 }
 
-void setIfTableFolder(const std::string& hostFolder) {
+void setIfTableFolderForTest(const std::string& hostFolder) {
     std::lock_guard<std::mutex> lock(folder().mutex);
     folder().path = hostFolder.empty() ? kSysClassNet : hostFolder;
 }

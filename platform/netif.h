@@ -73,6 +73,6 @@ DWORD GetIfTable(BYTE* table, DWORD* size, BOOL order);
 
 // Tests only: read the interface table from another folder laid out like
 // /sys/class/net (an empty path restores the real one).
-void setIfTableFolder(const std::string& hostFolder);
+void setIfTableFolderForTest(const std::string& hostFolder);
 
 }  // namespace host

@@ -159,14 +159,14 @@ BOOL VirtualFree(void* address, DWORD size, DWORD freeType) {
     return TRUE_;
 }
 
-std::size_t reservationSize(const void* address) {
+std::size_t reservationSizeForTest(const void* address) {
     auto& m = memory();
     std::lock_guard<std::mutex> lock(m.mutex);
     auto it = m.reserved.find(reinterpret_cast<std::uintptr_t>(address));
     return it == m.reserved.end() ? 0 : it->second;
 }
 
-std::size_t reservationCount() {
+std::size_t reservationCountForTest() {
     auto& m = memory();
     std::lock_guard<std::mutex> lock(m.mutex);
     return m.reserved.size();

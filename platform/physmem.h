@@ -51,7 +51,7 @@ BOOL VirtualFree(void* address, DWORD size, DWORD freeType);
 
 // For tests: the size of the live reservation starting at `address` (0 when
 // there is none), and how many reservations are live.
-std::size_t reservationSize(const void* address);
-std::size_t reservationCount();
+std::size_t reservationSizeForTest(const void* address);
+std::size_t reservationCountForTest();
 
 }  // namespace host

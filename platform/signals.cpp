@@ -72,8 +72,4 @@ HANDLE stopSignalEvent() {
     return event;
 }
 
-int receivedStopSignal() {
-    return received.load();
-}
-
 }  // namespace host

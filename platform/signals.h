@@ -13,7 +13,4 @@ namespace host {
 // cannot be installed, with the last error set.
 HANDLE stopSignalEvent();
 
-// The signal that set the event (SIGINT 2 or SIGTERM 15), 0 while none came.
-int receivedStopSignal();
-
 }  // namespace host

@@ -593,7 +593,7 @@ std::uint16_t localPort(SOCKET s) {
     return sock ? portOf(sock.fd()) : 0;
 }
 
-std::size_t openSocketCount() {
+std::size_t openSocketCountForTest() {
     auto& t = table();
     std::lock_guard<std::mutex> lock(t.mutex);
     return t.sockets.size();

@@ -155,6 +155,6 @@ std::optional<std::uint16_t> boundHostPort(std::uint16_t programPort);
 std::uint16_t localPort(SOCKET s);
 
 // Number of open sockets (for leak checks in tests).
-std::size_t openSocketCount();
+std::size_t openSocketCountForTest();
 
 }  // namespace host

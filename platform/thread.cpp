@@ -314,11 +314,4 @@ BOOL TerminateThread(HANDLE thread, DWORD exitCode) {
     return TRUE_;
 }
 
-std::uint64_t currentThreadCpuMs() {
-    timespec ts{};
-    clock_gettime(CLOCK_THREAD_CPUTIME_ID, &ts);
-    return static_cast<std::uint64_t>(ts.tv_sec) * 1000 +
-           static_cast<std::uint64_t>(ts.tv_nsec / 1000000);
-}
-
 }  // namespace host

@@ -52,7 +52,4 @@ inline constexpr DWORD STILL_ACTIVE = 259;
 // body's return value is ignored after that.
 BOOL TerminateThread(HANDLE thread, DWORD exitCode);
 
-// CPU time used by the calling thread, in milliseconds (per-thread times).
-std::uint64_t currentThreadCpuMs();
-
 }  // namespace host

@@ -4,7 +4,7 @@
 set -euo pipefail
 packages=(cmake make g++ clang libgtest-dev libgmock-dev libbenchmark-dev libcli11-dev libncurses-dev
           libclang-rt-14-dev clang-format pkg-config ccache nlohmann-json3-dev libtomlplusplus-dev
-          python3-pytest python3-setuptools python3-venv)
+          libvterm-dev python3-pytest python3-setuptools python3-venv)
 missing=()
 for p in "${packages[@]}"; do
   dpkg-query -W -f='${Status}' "$p" 2>/dev/null | grep -q "install ok installed" || missing+=("$p")

@@ -168,11 +168,6 @@ bool TovelCtlr::anyTovelActive() {
                        [](const std::shared_ptr<Tovel>& t) { return !t->isDoneOrHung(); });
 }
 
-std::size_t TovelCtlr::tovelCount() {
-    std::lock_guard<host::CriticalSection> lock(m_tovelLock);
-    return m_tovels.size();
-}
-
 DWORD TovelCtlr::WatchdogThread() {
     WatchDog::Singleton();  // the first call arms the hardware watchdog
     host::NKDbgPrintfW(L"%u WatchDog::Singleton() invoked.\n", host::GetTickCount());

@@ -99,7 +99,6 @@ class TovelCtlr : public SessionOwner {
     void purgeDoneTovels();
     void terminateAllTovels();
     bool anyTovelActive();
-    std::size_t tovelCount();
     DWORD WatchdogThread();
 
     // ---- Port configuration.

@@ -363,11 +363,6 @@ std::size_t SimDspBoard::memoryPages() const {
     return memory_.pageCount();
 }
 
-std::size_t SimDspBoard::memoryBytesDropped() const {
-    std::lock_guard lock(mutex_);
-    return memory_.bytesDropped();
-}
-
 std::vector<ReceivedCommand> SimDspBoard::commandHistory() const {
     std::lock_guard lock(mutex_);
     return {history_.begin(), history_.end()};

@@ -116,7 +116,6 @@ class SimDspBoard {
     std::vector<BYTE> readMemory(std::uint32_t address, std::size_t size) const;
     bool memoryWritten(std::uint32_t address, std::size_t size) const;
     std::size_t memoryPages() const;
-    std::size_t memoryBytesDropped() const;
 
     // Commands taken by the program, oldest first (the last kHistorySize).
     static constexpr std::size_t kHistorySize = 64;

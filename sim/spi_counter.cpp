@@ -87,7 +87,7 @@ void Ls7366rCounter::reset() {
     dtr_ = cntr_ = otr_ = 0;
     exchanges_ = 0;
     lastConfig_ = {};
-    failRequests_ = withhold_ = false;
+    withhold_ = false;
 }
 
 BYTE Ls7366rCounter::mdr0() const {
@@ -110,11 +110,6 @@ host::SpiBusConfig Ls7366rCounter::lastBusConfig() const {
     return lastConfig_;
 }
 
-void Ls7366rCounter::failRequests(bool fail) {
-    std::lock_guard<std::mutex> lock(mutex_);
-    failRequests_ = fail;
-}
-
 void Ls7366rCounter::withholdCompletion(bool withhold) {
     std::lock_guard<std::mutex> lock(mutex_);
     withhold_ = withhold;
@@ -135,10 +130,6 @@ bool Ls7366rCounter::ioControl(DWORD code, const void* in, DWORD inSize, DWORD& 
     HANDLE done = NULL_HANDLE;
     {
         std::lock_guard<std::mutex> lock(mutex_);
-        if (failRequests_) {
-            error = ERROR_GEN_FAILURE;
-            return false;
-        }
         ++exchanges_;
         lastConfig_ = *request->config;
         const int bits =

@@ -36,8 +36,6 @@ class Ls7366rCounter {
     // Exchanges seen, and the bus set-up of the last one.
     int exchanges() const;
     host::SpiBusConfig lastBusConfig() const;
-    // While set, exchange requests fail with ERROR_GEN_FAILURE.
-    void failRequests(bool fail);
     // While set, exchanges are carried out but their event is never set.
     void withholdCompletion(bool withhold);
 
@@ -59,7 +57,6 @@ class Ls7366rCounter {
     BYTE str_ = 0;
     int exchanges_ = 0;
     host::SpiBusConfig lastConfig_{};
-    bool failRequests_ = false;
     bool withhold_ = false;
 };
 

@@ -13,7 +13,6 @@ class WatchdogHardware {
   public:
     WatchdogHardware() = default;
     VendorWatchdogLibrary& vendorLibrary() { return vendor_; }
-    OsTimerBlock& osTimer() { return timer_; }
 
   private:
     VendorWatchdogLibrary vendor_;

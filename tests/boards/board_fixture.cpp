@@ -21,7 +21,7 @@ BoardTest::BoardTest() {
 
 BoardTest::~BoardTest() {
     UsbCtlr::WaitForDeviceChangeThreads();
-    UsbCtlr::ResetRegistry();
+    UsbCtlr::ResetRegistryForTest();
     sim::uninstallDspBus();
 }
 

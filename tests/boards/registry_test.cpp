@@ -85,9 +85,8 @@ TEST_F(RegistryTest, DefaultBoardsAreRegisteredAndBootedFromTheShippedImages) {
     EXPECT_EQ(UsbCtlr::GetCtlr(-1), nullptr);
     EXPECT_EQ(UsbCtlr::GetCtlr(UsbCtlr::GetCtlrCount()), nullptr);
 
-    EXPECT_EQ(UsbCtlr::GetEthernetCtlr(1), second);
-    EXPECT_EQ(UsbCtlr::GetEthernetCtlrUnlocked(2), nullptr);
-    EXPECT_EQ(UsbCtlr::GetAnalogCtlr(-1), nullptr);
+    EXPECT_EQ(UsbCtlr::GetEthernetCtlrForTest(1), second);
+    EXPECT_EQ(UsbCtlr::GetAnalogCtlrForTest(-1), nullptr);
 }
 
 TEST_F(RegistryTest, RegisteredBoardIsNotBootedAgainByTheNextScan) {
@@ -111,9 +110,9 @@ TEST_F(RegistryTest, SerialsOutsideEveryRangeAreT1OnlyWhenAssumed) {
 
         enumerate(true);
         EXPECT_EQ(UsbCtlr::GetCtlrCount(), 1);
-        ASSERT_NE(UsbCtlr::GetT1Ctlr(0), nullptr);
-        EXPECT_EQ(UsbCtlr::GetT1Ctlr(0)->getSerialNumber(), serial);
-        UsbCtlr::KillT1(UsbCtlr::GetT1Ctlr(0));
+        ASSERT_NE(UsbCtlr::GetT1CtlrForTest(0), nullptr);
+        EXPECT_EQ(UsbCtlr::GetT1CtlrForTest(0)->getSerialNumber(), serial);
+        UsbCtlr::KillT1(UsbCtlr::GetT1CtlrForTest(0));
         bus->detachAll(false);
     }
 }
@@ -121,8 +120,8 @@ TEST_F(RegistryTest, SerialsOutsideEveryRangeAreT1OnlyWhenAssumed) {
 TEST_F(RegistryTest, Serial1250000000IsAnEthernetBoard) {
     auto board = attach(sim::BoardKind::IP163, 1250000000u);
     enumerate();
-    ASSERT_NE(UsbCtlr::GetEthernetCtlr(0), nullptr);
-    EXPECT_EQ(UsbCtlr::GetEthernetCtlr(0)->getCofFileName(), L"ipg.cof");
+    ASSERT_NE(UsbCtlr::GetEthernetCtlrForTest(0), nullptr);
+    EXPECT_EQ(UsbCtlr::GetEthernetCtlrForTest(0)->getCofFileName(), L"ipg.cof");
     EXPECT_EQ(board->bootCount(), 1u);
 }
 
@@ -151,7 +150,7 @@ TEST_F(RegistryTest, FailedBootIsLoggedNotRegisteredAndTheScanGoesOn) {
     enumerate();
 
     EXPECT_EQ(UsbCtlr::GetCtlrCount(), 1);
-    EXPECT_NE(UsbCtlr::GetRFCtlr(0), nullptr);
+    EXPECT_NE(UsbCtlr::GetRFCtlrForTest(0), nullptr);
     EXPECT_FALSE(stuck->held());
     EXPECT_TRUE(logged(L"Boot Failed!! Status = 'DSP Stuck in Reset state!'"));
     const int failed = logIndex(L"EnumDevices:: Boot Fails");
@@ -219,7 +218,7 @@ TEST_F(RegistryTest, RetiredBoardIsLetGoAndBootedAgainByTheScanAfterItsFaultClea
 TEST_F(RegistryTest, RetiredControllerHeldBySessionsAnswers11AndGoesWithTheLastOne) {
     auto board = attach(sim::BoardKind::RF);
     enumerate();
-    RFCtlr* held = UsbCtlr::GetRFCtlr(0);
+    RFCtlr* held = UsbCtlr::GetRFCtlrForTest(0);
     UsbCtlr::PinSession(held);
     UsbCtlr::PinSession(held);
     board->reportState(10);
@@ -227,7 +226,7 @@ TEST_F(RegistryTest, RetiredControllerHeldBySessionsAnswers11AndGoesWithTheLastO
     board->clearReportedState();
     enumerate();
     ASSERT_EQ(UsbCtlr::GetCtlrCount(), 1);
-    EXPECT_NE(UsbCtlr::GetRFCtlr(0), held);
+    EXPECT_NE(UsbCtlr::GetRFCtlrForTest(0), held);
     EXPECT_EQ(UsbCtlr::GetDeadCtlrCount(), 1);
     EXPECT_FALSE(logged(L"Purging DeadCtlrs"));
 
@@ -244,15 +243,15 @@ TEST_F(RegistryTest, RetiredControllerHeldBySessionsAnswers11AndGoesWithTheLastO
     EXPECT_EQ(loggedCount(L"Purging DeadCtlrs ... "), 1);
     EXPECT_EQ(loggedCount(L"aRFCtlr(Serial#1150000000) Destructing"), 1);
     // A registered controller stays when its session lets go.
-    UsbCtlr::PinSession(UsbCtlr::GetRFCtlr(0));
-    UsbCtlr::UnpinSession(UsbCtlr::GetRFCtlr(0));
+    UsbCtlr::PinSession(UsbCtlr::GetRFCtlrForTest(0));
+    UsbCtlr::UnpinSession(UsbCtlr::GetRFCtlrForTest(0));
     EXPECT_EQ(UsbCtlr::GetCtlrCount(), 1);
 }
 
 TEST_F(RegistryTest, KillRetiresOnlyAControllerOfItsOwnKind) {
     attach(sim::BoardKind::T1);
     enumerate();
-    T1Ctlr* t1 = UsbCtlr::GetT1Ctlr(0);
+    T1Ctlr* t1 = UsbCtlr::GetT1CtlrForTest(0);
     UsbCtlr::KillRF(t1);
     UsbCtlr::KillEnet(t1);
     EXPECT_EQ(UsbCtlr::GetCtlrCount(), 1);
@@ -270,7 +269,7 @@ TEST_F(RegistryTest, KillRetiresOnlyAControllerOfItsOwnKind) {
 TEST_F(RegistryTest, BoardThatStopsAnsweringIsRetiredAndItsRequestsAnswer11) {
     attach(sim::BoardKind::T1);
     enumerate();
-    T1Ctlr* t1 = UsbCtlr::GetT1Ctlr(0);
+    T1Ctlr* t1 = UsbCtlr::GetT1CtlrForTest(0);
     ASSERT_NE(t1, nullptr);
     UsbCtlr::PinSession(t1);  // as its client's session does
 
@@ -358,7 +357,7 @@ TEST_F(RegistryTest, ShutdownDeletesEveryControllerAndLocksTheRegistryForGood) {
     attach(sim::BoardKind::Analog);
     auto rf = attach(sim::BoardKind::RF);
     enumerate();
-    UsbCtlr::KillRF(UsbCtlr::GetRFCtlr(0));
+    UsbCtlr::KillRF(UsbCtlr::GetRFCtlrForTest(0));
 
     UsbCtlr::Shutdown();
 

@@ -161,14 +161,14 @@ TEST_F(CoffReaderTest, ManyHeadersLoadWhileFortyDataSectionsFit) {
 }
 
 TEST_F(CoffReaderTest, NoHandleIsLeftOpen) {
-    const std::size_t before = host::openHandleCount();
+    const std::size_t before = host::openHandleCountForTest();
     writeAndRead(root, coffkit::buildCoffImage(typicalImage(false)));
     writeAndRead(root, {1, 2, 3});  // 144
     CoffImageSpec spec = typicalImage(true);
     spec.sections[0].sizeField = 0x7FFFFFFF;  // 148
     writeAndRead(root, coffkit::buildCoffImage(spec));
     closeLogFileForShutdown();  // the event log keeps its own file open
-    EXPECT_EQ(host::openHandleCount(), before);
+    EXPECT_EQ(host::openHandleCountForTest(), before);
 }
 
 // --- Failures -------------------------------------------------------------

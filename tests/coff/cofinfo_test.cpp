@@ -4,40 +4,19 @@
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
+#include <nlohmann/json.hpp>
 #include <sstream>
 
 #include "tests/coff/coff_test_util.h"
-#include "tests/coff/mini_json.h"
+#include "tests/support/program_run.h"
 #include "tools/coffkit/coff_writer.h"
 
 using testing_support::TempUnitRoot;
 
 namespace {
 
-struct RunResult {
-    int exitCode = -1;
-    std::string output;
-};
-
-std::string quoted(const std::string& s) {
-    return "'" + s + "'";
-}
-
-// Runs a program of the build folder through the shell, collecting its
-// output and exit code in files of the temporary folder.
-RunResult run(const TempUnitRoot& root, const std::string& program, const std::string& args) {
-    const std::string out = root.path() + "/run.out";
-    const std::string rc = root.path() + "/run.rc";
-    const std::string command = quoted(std::string(TOVEL_BUILD_DIR) + "/" + program) + " " + args +
-                                " > " + quoted(out) + " 2>&1; echo $? > " + quoted(rc);
-    EXPECT_EQ(std::system(command.c_str()), 0);
-    RunResult result;
-    std::ifstream(rc) >> result.exitCode;
-    std::stringstream text;
-    text << std::ifstream(out).rdbuf();
-    result.output = text.str();
-    return result;
-}
+using testing_support::ProgramRun;
+using testing_support::runProgram;
 
 struct Row {
     int index = 0;
@@ -74,32 +53,33 @@ TEST(Cofinfo, ListsTheSectionsOfEveryRealFile) {
     if (!cofftest::haveSharedCoffFiles())
         GTEST_SKIP() << "no shared COFF files in " << cofftest::sharedCoffDir();
     TempUnitRoot root;
-    const minijson::Value expected =
-        minijson::parseFile(cofftest::sharedCoffDir() + "expected.json");
-    for (const auto& [name, file] : expected.object()) {
+    const nlohmann::json expected =
+        nlohmann::json::parse(std::ifstream(cofftest::sharedCoffDir() + "expected.json"));
+    for (const auto& [name, file] : expected.items()) {
         SCOPED_TRACE(name);
-        const RunResult r = run(root, "cofinfo", quoted(cofftest::sharedCoffDir() + name));
+        const ProgramRun r = runProgram("cofinfo", {cofftest::sharedCoffDir() + name});
         EXPECT_EQ(r.exitCode, 0) << r.output;
         const std::vector<Row> rows = sectionRows(r.output);
-        const auto& sections = file["sections"].array();
+        const auto& sections = file.at("sections");
         ASSERT_EQ(rows.size(), sections.size()) << r.output;
         for (std::size_t i = 0; i < rows.size(); ++i) {
-            const minijson::Value& s = sections[i];
-            const std::string recorded =
-                s["name_in_string_table"].boolean() ? "\"\"" : s["name"].string().substr(0, 7);
-            EXPECT_EQ(rows[i].index, s["index"].integer());
+            const nlohmann::json& s = sections[i];
+            const std::string recorded = s.at("name_in_string_table").get<bool>()
+                                             ? "\"\""
+                                             : s.at("name").get<std::string>().substr(0, 7);
+            EXPECT_EQ(rows[i].index, s.at("index").get<std::int64_t>());
             EXPECT_EQ(rows[i].name, recorded);
-            EXPECT_EQ(rows[i].vma, hex8(s["vaddr"].integer()));
-            EXPECT_EQ(rows[i].size, std::to_string(s["size"].integer()));
-            EXPECT_EQ(rows[i].filePos, hex8(s["scnptr"].integer()));
-            EXPECT_EQ(rows[i].flags, hex8(s["flags"].integer()));
-            EXPECT_EQ(rows[i].load == "sent", s["loaded_by_boot_loader"].boolean());
+            EXPECT_EQ(rows[i].vma, hex8(s.at("vaddr").get<std::int64_t>()));
+            EXPECT_EQ(rows[i].size, std::to_string(s.at("size").get<std::int64_t>()));
+            EXPECT_EQ(rows[i].filePos, hex8(s.at("scnptr").get<std::int64_t>()));
+            EXPECT_EQ(rows[i].flags, hex8(s.at("flags").get<std::int64_t>()));
+            EXPECT_EQ(rows[i].load == "sent", s.at("loaded_by_boot_loader").get<bool>());
         }
-        const minijson::Value& rule = file["rule_A"];
+        const nlohmann::json& rule = file.at("rule_A");
         std::ostringstream summary;
-        summary << "sends " << rule["loadable_sections"].integer() << " sections, "
-                << rule["loadable_bytes"].integer() << " bytes in " << rule["chunks_820"].integer()
-                << " chunks";
+        summary << "sends " << rule.at("loadable_sections").get<std::int64_t>() << " sections, "
+                << rule.at("loadable_bytes").get<std::int64_t>() << " bytes in "
+                << rule.at("chunks_820").get<std::int64_t>() << " chunks";
         EXPECT_NE(r.output.find(summary.str()), std::string::npos) << r.output;
         EXPECT_NE(r.output.find("Verdict: loadable"), std::string::npos);
     }
@@ -113,7 +93,7 @@ TEST(Cofinfo, RefusalsExitOneWithTheReadersResultAndTheReason) {
     const auto image = coffkit::buildCoffImage(spec);
     root.writeFile(L"\\bad.cof", std::string(image.begin(), image.end()));
     const std::string bad = root.hostPath(L"\\bad.cof");
-    RunResult r = run(root, "cofinfo", quoted(bad));
+    ProgramRun r = runProgram("cofinfo", {bad});
     EXPECT_EQ(r.exitCode, 1);
     EXPECT_NE(r.output.find("CommPolicy_USB: failure to read section .text!"), std::string::npos)
         << r.output;
@@ -122,15 +102,15 @@ TEST(Cofinfo, RefusalsExitOneWithTheReadersResultAndTheReason) {
     EXPECT_NE(r.output.find("Reason: section .text at raw-data pointer 0x"), std::string::npos)
         << r.output;
 
-    r = run(root, "cofinfo", "--json " + quoted(bad));
+    r = runProgram("cofinfo", {"--json", bad});
     EXPECT_EQ(r.exitCode, 1);
-    const minijson::Value json = minijson::parse(r.output);
-    EXPECT_FALSE(json["loadable"].boolean());
-    EXPECT_EQ(json["readerResult"].integer(), kCoffSectionUnreadable);
-    EXPECT_NE(json["reason"].string().find("section .text"), std::string::npos);
-    EXPECT_EQ(json["sections"].array().size(), 1u);
+    const nlohmann::json json = nlohmann::json::parse(r.output);
+    EXPECT_FALSE(json.at("loadable").get<bool>());
+    EXPECT_EQ(json.at("readerResult").get<std::int64_t>(), kCoffSectionUnreadable);
+    EXPECT_NE(json.at("reason").get<std::string>().find("section .text"), std::string::npos);
+    EXPECT_EQ(json.at("sections").size(), 1u);
 
-    r = run(root, "cofinfo", quoted(root.path() + "/missing.cof"));
+    r = runProgram("cofinfo", {root.path() + "/missing.cof"});
     EXPECT_EQ(r.exitCode, 1);
     EXPECT_NE(
         r.output.find("SW Error #550937: Unable to open COF file " + root.path() + "/missing.cof!"),
@@ -142,7 +122,7 @@ TEST(Cofinfo, RefusalsExitOneWithTheReadersResultAndTheReason) {
 TEST(Cofinfo, FilesTheReaderCannotTakeAreRefusedBeforeReading) {
     TempUnitRoot root;
     const std::string fifo = root.path() + "/image.fifo";
-    ASSERT_EQ(std::system(("mkfifo " + quoted(fifo)).c_str()), 0);
+    ASSERT_EQ(std::system(("mkfifo '" + fifo + "'").c_str()), 0);
     const std::string large = root.path() + "/large.cof";
     std::filesystem::resize_file((std::ofstream(large), large),
                                  0x80000000ull);  // sparse: no disk is used
@@ -152,7 +132,7 @@ TEST(Cofinfo, FilesTheReaderCannotTakeAreRefusedBeforeReading) {
                  {root.path(), "is a directory, not a regular file"},
                  {large, "is too large for the reader: 2147483648 bytes"}};
     for (const auto& c : cases) {
-        RunResult r = run(root, "cofinfo", quoted(c.path));  // a FIFO would block the reader
+        ProgramRun r = runProgram("cofinfo", {c.path});  // a FIFO would block the reader
         EXPECT_EQ(r.exitCode, 1) << c.path;
         EXPECT_NE(r.output.find("Reason: " + c.path + " " + c.reason), std::string::npos)
             << r.output;
@@ -162,13 +142,12 @@ TEST(Cofinfo, FilesTheReaderCannotTakeAreRefusedBeforeReading) {
 TEST(Mkcof, WritesAnImageCofinfoReadsBack) {
     TempUnitRoot root;
     const std::string image = root.path() + "/made.cof";
-    RunResult r = run(root, "mkcof",
-                      "-o " + quoted(image) +
-                          " --big-endian --version 2.5 --code-bytes 2000"
-                          " --section .cinit:0x100:data=hex:0102 --section .bss:0x2000=bss:64"
-                          " --section .debug_info:0:copy=pattern:7:10");
+    ProgramRun r =
+        runProgram("mkcof", {"-o", image, "--big-endian", "--version", "2.5", "--code-bytes",
+                             "2000", "--section", ".cinit:0x100:data=hex:0102", "--section",
+                             ".bss:0x2000=bss:64", "--section", ".debug_info:0:copy=pattern:7:10"});
     ASSERT_EQ(r.exitCode, 0) << r.output;
-    r = run(root, "cofinfo", quoted(image));
+    r = runProgram("cofinfo", {image});
     EXPECT_EQ(r.exitCode, 0) << r.output;
     EXPECT_NE(r.output.find("header byte order  big-endian"), std::string::npos) << r.output;
     EXPECT_NE(r.output.find("DSP program version 2.5"), std::string::npos);
@@ -185,9 +164,12 @@ TEST(Mkcof, WritesAnImageCofinfoReadsBack) {
 TEST(Mkcof, RefusesBadArgumentsWithoutWritingAFile) {
     TempUnitRoot root;
     const std::string image = root.path() + "/bad.cof";
-    for (const char* args : {" --section .text=1", " --version x.y --code-bytes 4", ""}) {
-        SCOPED_TRACE(args);
-        const RunResult r = run(root, "mkcof", "-o " + quoted(image) + args);
+    const std::vector<std::string> badArgs[] = {
+        {"--section", ".text=1"}, {"--version", "x.y", "--code-bytes", "4"}, {}};
+    for (std::vector<std::string> args : badArgs) {
+        SCOPED_TRACE(args.empty() ? "" : args[0]);
+        args.insert(args.begin(), {"-o", image});
+        const ProgramRun r = runProgram("mkcof", args);
         EXPECT_NE(r.exitCode, 0);
         EXPECT_FALSE(r.output.empty());
         EXPECT_FALSE(std::filesystem::exists(image));

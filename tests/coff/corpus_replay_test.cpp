@@ -148,7 +148,7 @@ TEST(CoffCorpusReplay, SeedsAndMutationsNeverBreakTheReader) {
     for (Bytes& s : treeSeeds()) seeds.push_back(std::move(s));
     for (Bytes& s : sharedSeeds()) seeds.push_back(std::move(s));
 
-    const std::size_t handlesBefore = host::openHandleCount();
+    const std::size_t handlesBefore = host::openHandleCountForTest();
     std::mt19937 random(20240601);
     int runs = 0;
     for (std::size_t i = 0; i < seeds.size(); ++i) {
@@ -171,7 +171,7 @@ TEST(CoffCorpusReplay, SeedsAndMutationsNeverBreakTheReader) {
     }
     EXPECT_GE(runs, 160);
     closeLogFileForShutdown();  // the event log keeps its own file open
-    EXPECT_EQ(host::openHandleCount(), handlesBefore);
+    EXPECT_EQ(host::openHandleCountForTest(), handlesBefore);
 }
 
 }  // namespace

@@ -3,10 +3,11 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <fstream>
+#include <nlohmann/json.hpp>
 #include <span>
 
 #include "tests/coff/coff_test_util.h"
-#include "tests/coff/mini_json.h"
 #include "tools/coffkit/boot_plan.h"
 
 using cofftest::ReadOutcome;
@@ -19,7 +20,8 @@ class RealCoffFiles : public ::testing::Test {
     void SetUp() override {
         if (!cofftest::haveSharedCoffFiles())
             GTEST_SKIP() << "no shared COFF files in " << cofftest::sharedCoffDir();
-        expected = minijson::parseFile(cofftest::sharedCoffDir() + "expected.json");
+        expected =
+            nlohmann::json::parse(std::ifstream(cofftest::sharedCoffDir() + "expected.json"));
     }
 
     std::vector<std::uint8_t> fileBytes(const std::string& name) const {
@@ -27,46 +29,47 @@ class RealCoffFiles : public ::testing::Test {
     }
 
     TempUnitRoot root;
-    minijson::Value expected;
+    nlohmann::json expected;
 };
 
 // The records the reader must keep: sections with a size that are not BSS.
-void expectRecordsMatch(const ReadOutcome& out, const minijson::Value& file,
+void expectRecordsMatch(const ReadOutcome& out, const nlohmann::json& file,
                         const std::vector<std::uint8_t>& bytes) {
-    std::vector<const minijson::Value*> kept;
-    for (const auto& s : file["sections"].array())
-        if (coff::sectionHasData(static_cast<std::uint32_t>(s["size"].integer()),
-                                 static_cast<std::uint32_t>(s["flags"].integer())))
+    std::vector<const nlohmann::json*> kept;
+    for (const auto& s : file.at("sections"))
+        if (coff::sectionHasData(s.at("size").get<std::uint32_t>(),
+                                 s.at("flags").get<std::uint32_t>()))
             kept.push_back(&s);
     ASSERT_EQ(out.count, static_cast<int>(kept.size()));
     for (std::size_t i = 0; i < kept.size(); ++i) {
-        const minijson::Value& s = *kept[i];
+        const nlohmann::json& s = *kept[i];
         const CoffSection& r = out.sections[i];
-        SCOPED_TRACE("section " + std::to_string(s["index"].integer()));
-        const std::string name =
-            s["name_in_string_table"].boolean() ? "" : s["name"].string().substr(0, 7);
+        SCOPED_TRACE("section " + std::to_string(s.at("index").get<std::int64_t>()));
+        const std::string name = s.at("name_in_string_table").get<bool>()
+                                     ? ""
+                                     : s.at("name").get<std::string>().substr(0, 7);
         EXPECT_EQ(std::string(r.name), name);
-        EXPECT_EQ(r.address, static_cast<std::uint32_t>(s["vaddr"].integer()));
-        EXPECT_EQ(r.size, static_cast<std::uint32_t>(s["size"].integer()));
-        EXPECT_EQ(r.flags, static_cast<std::uint32_t>(s["flags"].integer()));
-        EXPECT_EQ(r.filePos, static_cast<std::uint32_t>(s["scnptr"].integer()));
+        EXPECT_EQ(r.address, s.at("vaddr").get<std::uint32_t>());
+        EXPECT_EQ(r.size, s.at("size").get<std::uint32_t>());
+        EXPECT_EQ(r.flags, s.at("flags").get<std::uint32_t>());
+        EXPECT_EQ(r.filePos, s.at("scnptr").get<std::uint32_t>());
         ASSERT_EQ(r.data.size(), r.size);
         EXPECT_TRUE(std::equal(r.data.begin(), r.data.end(), bytes.begin() + r.filePos));
     }
     const coffkit::BootPlan plan =
         coffkit::planBoot(std::span(out.sections.data(), static_cast<std::size_t>(out.count)));
-    const minijson::Value& rule = file["rule_A"];
-    EXPECT_EQ(plan.sections, rule["loadable_sections"].integer());
-    EXPECT_EQ(static_cast<std::int64_t>(plan.bytes), rule["loadable_bytes"].integer());
-    EXPECT_EQ(static_cast<std::int64_t>(plan.chunks), rule["chunks_820"].integer());
+    const nlohmann::json& rule = file.at("rule_A");
+    EXPECT_EQ(plan.sections, rule.at("loadable_sections").get<std::int64_t>());
+    EXPECT_EQ(static_cast<std::int64_t>(plan.bytes), rule.at("loadable_bytes").get<std::int64_t>());
+    EXPECT_EQ(static_cast<std::int64_t>(plan.chunks), rule.at("chunks_820").get<std::int64_t>());
 }
 
 TEST_F(RealCoffFiles, EveryFileLoadsWithItsDataSections) {
-    ASSERT_EQ(expected.object().size(), 10u);
-    for (const auto& [name, file] : expected.object()) {
+    ASSERT_EQ(expected.size(), 10u);
+    for (const auto& [name, file] : expected.items()) {
         SCOPED_TRACE(name);
         const auto bytes = fileBytes(name);
-        ASSERT_EQ(static_cast<std::int64_t>(bytes.size()), file["size"].integer());
+        ASSERT_EQ(static_cast<std::int64_t>(bytes.size()), file.at("size").get<std::int64_t>());
         const ReadOutcome out = cofftest::writeAndRead(root, bytes);
         ASSERT_EQ(out.result, 0);
         expectRecordsMatch(out, file, bytes);
@@ -99,10 +102,10 @@ TEST_F(RealCoffFiles, BigEndianHeadersGiveTheSameRecords) {
     for (const char* name : {"c64x_dsk6416_init.out", "c64xp_bigendian_bios_clk.o64Pe",
                              "c674x_omapl138_dsplink_loop_release.out"}) {
         SCOPED_TRACE(name);
-        const minijson::Value& file = expected[name];
+        const nlohmann::json& file = expected.at(name);
         const auto bytes = fileBytes(name);
-        const auto swapped = withBigEndianHeaders(bytes, static_cast<int>(file["nscns"].integer()),
-                                                  static_cast<int>(file["opthdr"].integer()));
+        const auto swapped =
+            withBigEndianHeaders(bytes, file.at("nscns").get<int>(), file.at("opthdr").get<int>());
         ASSERT_EQ(swapped[20], 0x00);
         ASSERT_EQ(swapped[21], 0x99);
         const ReadOutcome out = cofftest::writeAndRead(root, swapped);

@@ -10,6 +10,7 @@
 #include "device/dual_led_blinker.h"
 #include "device/led_blinker.h"
 #include "platform/clock.h"
+#include "tests/support/waiting.h"
 
 namespace {
 
@@ -51,14 +52,14 @@ class SteppingClock final : public host::Clock {
     // Waits (real time) until the n-th timed wait (from 1) has begun and
     // answers its length; 0 if it never begins.
     DWORD wait(std::size_t n) {
-        for (int i = 0; i < 5000; ++i) {
-            {
-                std::lock_guard<std::mutex> guard(mutex_);
-                if (waits_.size() >= n) return waits_[n - 1];
-            }
-            std::this_thread::sleep_for(std::chrono::milliseconds(1));
-        }
-        return 0;
+        DWORD length = 0;
+        testing_support::eventually([&] {
+            std::lock_guard<std::mutex> guard(mutex_);
+            if (waits_.size() < n) return false;
+            length = waits_[n - 1];
+            return true;
+        });
+        return length;
     }
     std::size_t waitsBegun() {
         std::lock_guard<std::mutex> guard(mutex_);
@@ -254,7 +255,6 @@ TEST_F(Blinkers, DestroyingABlinkerEndsItsThreadAtOnce) {
     journal_.take();
     const auto begun = time_->waitsBegun();
     time_->advance(120000);
-    std::this_thread::sleep_for(std::chrono::milliseconds(5));
     EXPECT_TRUE(journal_.take().empty());
     EXPECT_EQ(time_->waitsBegun(), begun);
 }

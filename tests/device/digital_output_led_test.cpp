@@ -1,20 +1,13 @@
 #include <gtest/gtest.h>
 
-#include <chrono>
-#include <thread>
-
 #include "device/digital_output_led.h"
 #include "device/dual_led_blinker.h"
 #include "device/led_blinker.h"
+#include "tests/support/waiting.h"
 
 namespace {
 
-template <class Condition>
-bool eventually(Condition condition) {
-    for (int i = 0; i < 2000 && !condition(); ++i)
-        std::this_thread::sleep_for(std::chrono::milliseconds(1));
-    return condition();
-}
+using testing_support::eventually;
 
 TEST(DigitalOutputLed, BlinkersDriveFrontPanelOutputs) {
     DigitalOutput green(6, nullptr), a(0, nullptr), b(14, nullptr);

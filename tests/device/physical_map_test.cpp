@@ -29,32 +29,32 @@ TEST(MapPhysicalAddr, WholePageBlockIsOnePageAtTheReservationItself) {
     ASSERT_FALSE(region.words.empty());
     void* p = MapPhysicalAddr(0x40A00000, 0x1000);
     ASSERT_NE(p, nullptr);
-    EXPECT_EQ(host::reservationSize(p), 4096u);
+    EXPECT_EQ(host::reservationSizeForTest(p), 4096u);
     // The mapping and the backend see the same registers.
     region.words[4] = 0x12345678;
     EXPECT_EQ(load(p, 4), 0x12345678u);
     static_cast<volatile std::uint32_t*>(p)[3] = 0xCAFE;
     EXPECT_EQ(region.words[3], 0xCAFEu);
     UnmapPhysicalAddr(p);
-    EXPECT_EQ(host::reservationCount(), 0u);
+    EXPECT_EQ(host::reservationCountForTest(), 0u);
 }
 
 TEST(MapPhysicalAddr, AddressInsideAPageKeepsItsOffset) {
     Region region(kBase, 0x2000);
     auto* p = static_cast<BYTE*>(MapPhysicalAddr(kBase + 0x10, 0x20));
     ASSERT_NE(p, nullptr);
-    EXPECT_EQ(host::reservationSize(p - 0x10), 4096u);
+    EXPECT_EQ(host::reservationSizeForTest(p - 0x10), 4096u);
     region.words[0x10 / 4] = 7;
     EXPECT_EQ(load(p), 7u);
     UnmapPhysicalAddr(p);
-    EXPECT_EQ(host::reservationCount(), 0u);
+    EXPECT_EQ(host::reservationCountForTest(), 0u);
 }
 
 TEST(MapPhysicalAddr, BlockCrossingAPageBoundaryGetsBothPages) {
     Region region(kBase, 0x2000);
     auto* p = static_cast<BYTE*>(MapPhysicalAddr(kBase + 0xFF0, 0x20));
     ASSERT_NE(p, nullptr);
-    EXPECT_EQ(host::reservationSize(p - 0xFF0), 8192u);
+    EXPECT_EQ(host::reservationSizeForTest(p - 0xFF0), 8192u);
     region.words[0x1000 / 4] = 9;
     EXPECT_EQ(load(p, 4), 9u);
     UnmapPhysicalAddr(p);
@@ -68,7 +68,7 @@ TEST(MapPhysicalAddr, UnbackedAddressFailsInVirtualCopyAndReleasesTheReservation
     EXPECT_EQ(MapPhysicalAddr(kBase + 0xFF0, 0x20), nullptr);
     EXPECT_EQ(debug.texts(), (std::vector<std::wstring>(
                                  2, L"\tMapPhysicalAddr : return false from VirtualCopy(). \r\n")));
-    EXPECT_EQ(host::reservationCount(), 0u);
+    EXPECT_EQ(host::reservationCountForTest(), 0u);
 }
 
 TEST(MapPhysicalAddr, EmptyOrHugeBlockFailsToReserve) {
@@ -78,7 +78,7 @@ TEST(MapPhysicalAddr, EmptyOrHugeBlockFailsToReserve) {
     EXPECT_EQ(MapPhysicalAddr(kBase + 0x10, 0xFFFFFFF8u), nullptr);
     EXPECT_EQ(debug.texts(),
               (std::vector<std::wstring>(2, L"\tMapPhysicalAddr : Error Return. \r\n")));
-    EXPECT_EQ(host::reservationCount(), 0u);
+    EXPECT_EQ(host::reservationCountForTest(), 0u);
 }
 
 TEST(PhysicalRegions, MustBePageAlignedAndMustNotOverlap) {
@@ -96,7 +96,7 @@ TEST(PhysicalRegions, VirtualCopyWantsAReservationAndThePhysicalForm) {
     Region region(kBase, 0x1000);
     void* r = host::VirtualAlloc(nullptr, 100, host::MEM_RESERVE, host::PAGE_NOACCESS);
     ASSERT_NE(r, nullptr);
-    EXPECT_EQ(host::reservationSize(r), 4096u);
+    EXPECT_EQ(host::reservationSizeForTest(r), 4096u);
     auto* physical = reinterpret_cast<void*>(std::uintptr_t{kBase >> 8});
     EXPECT_FALSE(host::VirtualCopy(r, physical, 0x1000, host::PAGE_READWRITE));
     int notReserved = 0;

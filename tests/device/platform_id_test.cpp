@@ -10,8 +10,8 @@ namespace {
 
 class PlatformId : public ::testing::Test {
   protected:
-    void SetUp() override { resetPlatformForTests(); }
-    void TearDown() override { resetPlatformForTests(); }
+    void SetUp() override { resetPlatformForTest(); }
+    void TearDown() override { resetPlatformForTest(); }
 
     void writeRegistry(const std::string& platformSection) {
         root.writeFile(L"\\registry.reg", "REGEDIT4\r\n\r\n" + platformSection);
@@ -28,7 +28,7 @@ TEST_F(PlatformId, OnlyKestrixPlatformIsKtxAnyOtherNameIsVbqIncludingNearMisses)
     nameIs("Kestrix Platform");
     EXPECT_EQ(getPlatform(), PlatformKtx);
     for (const char* name : {"VBQ Board", "kestrix platform", "Kestrix Platform ", "Kestrix", ""}) {
-        resetPlatformForTests();
+        resetPlatformForTest();
         nameIs(name);
         EXPECT_EQ(getPlatform(), PlatformVbq) << '"' << name << '"';
     }
@@ -38,11 +38,11 @@ TEST_F(PlatformId, MissingKeyOrValueOrOverlongNameIsUnreadable) {
     writeRegistry("[HKEY_LOCAL_MACHINE\\Other]\r\n\"Name\"=\"Kestrix Platform\"\r\n");
     EXPECT_EQ(getPlatform(), PlatformUnreadable);
 
-    resetPlatformForTests();
+    resetPlatformForTest();
     writeRegistry("[HKEY_LOCAL_MACHINE\\Platform]\r\n\"Model\"=\"Kestrix Platform\"\r\n");
     EXPECT_EQ(getPlatform(), PlatformUnreadable);
 
-    resetPlatformForTests();
+    resetPlatformForTest();
     nameIs(std::string(600, 'K'));  // too long for the buffer
     EXPECT_EQ(getPlatform(), PlatformUnreadable);
 }

@@ -9,7 +9,6 @@
 #include <memory>
 #include <stdexcept>
 #include <string>
-#include <thread>
 
 #include "device/platform_id.h"
 #include "device/watchdog.h"
@@ -17,6 +16,7 @@
 #include "platform/process.h"
 #include "platform/registry.h"
 #include "tests/support/test_support.h"
+#include "tests/support/waiting.h"
 
 class WatchdogTest : public ::testing::Test {
   protected:
@@ -25,15 +25,16 @@ class WatchdogTest : public ::testing::Test {
     };
 
     void SetUp() override {
-        resetPlatformForTests();
+        resetPlatformForTest();
         previousExit_ = host::setExitHandler([this](int code) {
+            resetTick_ = time_->tickCount();
             exitCode_ = code;
             throw UnitReset();
         });
     }
     void TearDown() override {
-        WatchDog::resetSingletonForTests();
-        resetPlatformForTests();
+        WatchDog::resetSingletonForTest();
+        resetPlatformForTest();
         host::setExitHandler(previousExit_);
     }
 
@@ -44,9 +45,7 @@ class WatchdogTest : public ::testing::Test {
     // Waits (in real time, briefly) for the simulated unit to be reset;
     // answers the exit code, 0 when there was no reset.
     int resetCode(std::chrono::milliseconds within = std::chrono::milliseconds(3000)) {
-        auto until = std::chrono::steady_clock::now() + within;
-        while (exitCode_ == 0 && std::chrono::steady_clock::now() < until)
-            std::this_thread::sleep_for(std::chrono::milliseconds(1));
+        testing_support::eventually([this] { return exitCode_ != 0; }, within);
         return exitCode_;
     }
     // Gives the monitor thread time to look at the clock (it looks within a
@@ -55,9 +54,7 @@ class WatchdogTest : public ::testing::Test {
     // Waits until the watchdog monitors have started waiting on the clock, so
     // that the next move of the time is seen as a move.
     void monitorsWaiting(int count = 1) {
-        auto until = std::chrono::steady_clock::now() + std::chrono::seconds(3);
-        while (time_->waiters() < count && std::chrono::steady_clock::now() < until)
-            std::this_thread::sleep_for(std::chrono::milliseconds(1));
+        testing_support::eventually([&] { return time_->waiters() >= count; });
     }
 
     testing_support::TempUnitRoot root_;
@@ -65,5 +62,6 @@ class WatchdogTest : public ::testing::Test {
     host::ScopedClock scopedClock_{time_};
     testing_support::DebugCapture debug_;
     std::atomic<int> exitCode_{0};
+    std::atomic<DWORD> resetTick_{0};  // the virtual time of the reset
     host::ExitHandler previousExit_;
 };

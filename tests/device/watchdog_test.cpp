@@ -78,39 +78,44 @@ TEST_F(KtxWatchDog, MissingLibraryLeavesItUnarmed) {
     dog.trigger();  // nothing to call; must not crash
 }
 
-TEST_F(KtxWatchDog, MissingSetTimeEntryCallsNothing) {
-    VendorWatchdogLibrary library({.setTime = false});
-    WatchDog dog(127);
-    EXPECT_FALSE(dog.armed());
-    EXPECT_TRUE(debug_.contains(
-        L"WatchDog::WatchDog -- GetProcAddress 'ADSSetWatchDogTime' FAILS! Aborting\n"));
-    dog.service();
-    dog.trigger();
-    auto calls = library.calls();
-    EXPECT_EQ(calls.start + calls.service + calls.setTime, 0);
-}
-
-TEST_F(KtxWatchDog, MissingStartEntryStopsAfterSettingTheTime) {
-    VendorWatchdogLibrary library({.start = false});
-    WatchDog dog(127);
-    EXPECT_FALSE(dog.armed());
-    EXPECT_EQ(debug_.texts().back(),
-              L"WatchDog::WatchDog -- GetProcAddress 'ADSStartWatchDog' FAILS! Aborting\n");
-    EXPECT_FALSE(debug_.contains(L"ADSStartWatchDog done"));
-    dog.service();
-    dog.trigger();
-    auto calls = library.calls();
-    EXPECT_EQ(calls.setTime, 1);
-    EXPECT_EQ(calls.service, 0);
-    EXPECT_EQ(calls.start, 0);
-}
-
-TEST_F(KtxWatchDog, MissingServiceEntryIsNotCalled) {
-    VendorWatchdogLibrary library({.service = false});
-    WatchDog dog(127);
-    EXPECT_TRUE(dog.armed());
-    dog.service();
-    EXPECT_EQ(library.calls().service, 0);
+// A missing entry point disarms the watchdog (all but the service entry), and
+// no entry is called after the missing one.
+TEST_F(KtxWatchDog, MissingEntriesCallNothingAfterThem) {
+    const struct {
+        VendorWatchdogLibrary::Entries entries;
+        bool armed;
+        const wchar_t* line;  // the last debug line, or null
+        int setTime, start, service;
+    } cases[] = {
+        {{.setTime = false},
+         false,
+         L"WatchDog::WatchDog -- GetProcAddress 'ADSSetWatchDogTime' FAILS! Aborting\n",
+         0,
+         0,
+         0},
+        {{.start = false},
+         false,
+         L"WatchDog::WatchDog -- GetProcAddress 'ADSStartWatchDog' FAILS! Aborting\n",
+         1,
+         0,
+         0},
+        {{.service = false}, true, nullptr, 1, 1, 0},
+    };
+    for (const auto& c : cases) {
+        SCOPED_TRACE(c.setTime * 100 + c.start * 10 + c.service);
+        VendorWatchdogLibrary library(c.entries);
+        WatchDog dog(127);
+        EXPECT_EQ(dog.armed(), c.armed);
+        if (c.line) {
+            EXPECT_EQ(debug_.texts().back(), c.line);
+        }
+        dog.service();
+        if (!c.armed) dog.trigger();
+        const auto calls = library.calls();
+        EXPECT_EQ(calls.setTime, c.setTime);
+        EXPECT_EQ(calls.start, c.start);
+        EXPECT_EQ(calls.service, c.service);
+    }
 }
 
 // --- VBQ: the operating-system timer registers ----------------------------
@@ -201,7 +206,7 @@ TEST_F(VbqWatchDog, DestructorReleasesTheMappingAndSaysSo) {
     OsTimerBlock timer(0, false);
     { WatchDog dog(127); }
     EXPECT_EQ(debug_.texts().back(), L"WatchDog::~WatchDog -- shouldn't get here!!!????\n");
-    EXPECT_EQ(host::reservationCount(), 0u);
+    EXPECT_EQ(host::reservationCountForTest(), 0u);
 }
 
 }  // namespace

@@ -13,10 +13,10 @@
 
 namespace {
 
-using dialog_test::ClockDriver;
 using dialog_test::DialogTest;
 using dialog_test::eventually;
 using dialog_test::RecordingControls;
+using testing_support::ClockPusher;
 
 std::vector<std::wstring> ledLines(const testing_support::DebugCapture& debug) {
     std::vector<std::wstring> lines;
@@ -40,7 +40,7 @@ TEST_F(DialogTest, LedLinesFollowThePlatformAndAnUnreadableOneIsTakenForKtx) {
                           {"VBQ", {19, 14, 15}, L"VBQ"}};
     for (const auto& c : cases) {
         SCOPED_TRACE(c.platform ? c.platform : "unreadable");
-        resetPlatformForTests();
+        resetPlatformForTest();
         if (c.platform) onPlatform(c.platform);
         dialog_test::FakeLeds leds;
         auto env = fakeEnvironment();
@@ -145,7 +145,7 @@ class MeasuringPass : public DialogTest {
     DWORD passWith(DialogCore& core, std::uint64_t busy, std::uint64_t total = 40) {
         const DWORD start = time_->tickCount();
         {
-            ClockDriver driver(time_);
+            ClockPusher driver(*time_, 5);
             busyTicks_ += busy;
             totalTicks_ += total;
             core.cpuMonitorPass();
@@ -239,7 +239,7 @@ TEST_F(DialogTest, InitialisationSetsTheRangeAndStartsTheThreadAtIdlePriority) {
     // The thread sets up the LEDs, then measures on the host clock.
     ASSERT_TRUE(eventually([&] { return core.frontPanelBlinker() != nullptr; }));
     {
-        ClockDriver driver(time_);
+        ClockPusher driver(*time_, 5);
         ASSERT_TRUE(eventually([&] { return core.messages().pending() > 0; }));
     }
     core.dispatchMessages(controls);
@@ -274,7 +274,7 @@ TEST_F(DialogTest, ADialogEndingWhileItsThreadIsHeldLeavesTheThreadToEndLater) {
         return false;
     };
     {
-        ClockDriver driver(time_);
+        ClockPusher driver(*time_, 5);
         auto core = std::make_unique<DialogCore>(env);
         RecordingControls controls;
         core->OnInitDialog(controls);

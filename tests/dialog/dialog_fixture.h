@@ -5,36 +5,21 @@
 #include <gtest/gtest.h>
 
 #include <atomic>
-#include <chrono>
 #include <functional>
 #include <memory>
 #include <mutex>
-#include <stdexcept>
 #include <string>
-#include <thread>
 #include <vector>
 
 #include "app/dialog_core.h"
-#include "device/platform_id.h"
 #include "device/power_fail.h"
-#include "device/watchdog.h"
-#include "platform/clock.h"
-#include "platform/process.h"
-#include "platform/registry.h"
-#include "tests/support/test_support.h"
+#include "tests/device/watchdog_fixture.h"
+#include "tests/support/recorded.h"
+#include "tests/support/waiting.h"
 
 namespace dialog_test {
 
-// Polls `ready` in real time, briefly; answers its last value.
-inline bool eventually(const std::function<bool()>& ready,
-                       std::chrono::milliseconds limit = std::chrono::milliseconds(5000)) {
-    const auto until = std::chrono::steady_clock::now() + limit;
-    while (!ready()) {
-        if (std::chrono::steady_clock::now() > until) return false;
-        std::this_thread::sleep_for(std::chrono::milliseconds(1));
-    }
-    return true;
-}
+using testing_support::eventually;
 
 // An LED line that only remembers its state.
 class FakeLine : public LedLine {
@@ -51,18 +36,13 @@ class FakeLine : public LedLine {
 class FakeLeds {
   public:
     std::unique_ptr<LedLine> make(int line) {
-        std::lock_guard<std::mutex> lock(mutex_);
-        asked_.push_back(line);
+        asked_.add(line);
         return std::make_unique<FakeLine>(line);
     }
-    std::vector<int> asked() const {
-        std::lock_guard<std::mutex> lock(mutex_);
-        return asked_;
-    }
+    std::vector<int> asked() const { return asked_.values(); }
 
   private:
-    mutable std::mutex mutex_;
-    std::vector<int> asked_;
+    testing_support::Recorded<int> asked_;
 };
 
 // Controls that record what the message handling set.
@@ -88,52 +68,18 @@ class RecordingControls : public DialogControls {
     std::vector<std::wstring> texts;
 };
 
-// Moves virtual time on in small steps while it lives, so that code that
-// busy-waits on the host clock gets through its window.
-class ClockDriver {
-  public:
-    explicit ClockDriver(std::shared_ptr<host::ManualClock> clock)
-        : thread_([this, clock] {
-              while (!stop_.load()) {
-                  clock->advance(5);
-                  std::this_thread::sleep_for(std::chrono::microseconds(200));
-              }
-          }) {}
-    ~ClockDriver() {
-        stop_ = true;
-        thread_.join();
-    }
-
-  private:
-    std::atomic<bool> stop_{false};
-    std::thread thread_;
-};
-
-class DialogTest : public ::testing::Test {
+// The watchdog tests' unit (platform, virtual time, debug output, a reset
+// caught through the exit hook), with the power-fail driver reset too.
+class DialogTest : public WatchdogTest {
   protected:
-    struct UnitReset : std::runtime_error {
-        UnitReset() : std::runtime_error("unit reset") {}
-    };
-
     void SetUp() override {
-        resetPlatformForTests();
-        resetPowerFailForTests();
-        previousExit_ = host::setExitHandler([this](int code) {
-            resetTick_ = time_->tickCount();
-            exitCode_ = code;
-            throw UnitReset();
-        });
+        WatchdogTest::SetUp();
+        resetPowerFailForTest();
     }
     void TearDown() override {
-        WatchDog::resetSingletonForTests();
-        resetPowerFailForTests();
-        resetPlatformForTests();
-        host::setExitHandler(previousExit_);
+        resetPowerFailForTest();
+        WatchdogTest::TearDown();
     }
-
-    void onPlatform(const std::string& name) { root_.namePlatform(name); }
-    void onKtx() { onPlatform("Kestrix Platform"); }
-    void onVbq() { onPlatform("VBQ"); }
 
     // An environment with stand-in LEDs, an idle machine and no controller.
     DialogCore::Environment fakeEnvironment() {
@@ -145,25 +91,12 @@ class DialogTest : public ::testing::Test {
         return env;
     }
 
-    // The exit code of a unit reset within `within` of real time, else 0.
-    int resetCode(std::chrono::milliseconds within = std::chrono::milliseconds(3000)) {
-        eventually([this] { return exitCode_.load() != 0; }, within);
-        return exitCode_.load();
-    }
-
-    testing_support::TempUnitRoot root_;
-    std::shared_ptr<host::ManualClock> time_ = std::make_shared<host::ManualClock>(1000);
-    host::ScopedClock scopedClock_{time_};
-    testing_support::DebugCapture debug_;
     FakeLeds leds_;
     // The machine's processor time counters as the stand-in reports them.
     std::atomic<std::uint64_t> busyTicks_{0};
     std::atomic<std::uint64_t> totalTicks_{0};
     std::atomic<bool> sessionActive_{false};
     std::atomic<int> controllerStops_{0};
-    std::atomic<int> exitCode_{0};
-    std::atomic<DWORD> resetTick_{0};
-    host::ExitHandler previousExit_;
 };
 
 }  // namespace dialog_test

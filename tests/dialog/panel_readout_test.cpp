@@ -21,7 +21,7 @@ TEST_F(DialogTest, LedsReportFollowsTheBlinkersAndThePlatformsLines) {
                "ok green=blink line=19 lit=no on_ms=250 off_ms=500; front_a=off line=14 lit=no; "
                "front_b=blink line=15 lit=no on_ms=500 off_ms=500"}}) {
         c.ktx ? onKtx() : onVbq();
-        resetPlatformForTests();
+        resetPlatformForTest();
         DialogCore core(fakeEnvironment());
         EXPECT_EQ(ledsReport(), "error the LEDs are not set up yet");
         EXPECT_EQ(cpuReport(), "ok cpu=0");

@@ -193,7 +193,7 @@ TEST_F(PowerFailThreadTest, AFailingWaitIsReportedWithoutSpinning) {
     EXPECT_EQ(countOf(debug_, failed), 1);  // it pauses on the clock
     time_->advance(2000);
     ASSERT_TRUE(eventually([&] { return countOf(debug_, failed) == 2; }));
-    resetPowerFailForTests();  // forget the closed handle
+    resetPowerFailForTest();  // forget the closed handle
 }
 
 TEST(CoreLibrary, TheHostsFileSystemFunctionIsThereUnlessReplaced) {
@@ -223,7 +223,7 @@ TEST(CoreLibrary, TheHostsFileSystemFunctionIsThereUnlessReplaced) {
 TEST_F(DialogTest, OnVbqOrAnUnreadablePlatformNeitherTheEventNorTheThreadIsMade) {
     for (const char* platform : {"", "VBQ"}) {
         SCOPED_TRACE(platform);
-        resetPlatformForTests();
+        resetPlatformForTest();
         if (*platform) onVbq();
         auto dio = sim::installDioBlock();
         {

@@ -60,15 +60,14 @@ TEST_F(TovelProgram, OneClientPerBoardAndTheListenerReturnsWhenABoardIsFree) {
     EXPECT_EQ(second.ask(kVersionRequest, 12), kVersionReply);
 
     // Both boards are bound: 'theEar' closes and the stack refuses a third client.
-    const auto until = std::chrono::steady_clock::now() + 3s;
     int refusal = 0;
-    while (refusal == 0 && std::chrono::steady_clock::now() < until) {
-        Client third(remotePort);
-        if (!third.connected())
-            refusal = third.error();
-        else
-            std::this_thread::sleep_for(10ms);
-    }
+    testing_support::eventually(
+        [&] {
+            Client third(remotePort);
+            if (!third.connected()) refusal = third.error();
+            return refusal != 0;
+        },
+        3s);
     EXPECT_EQ(refusal, static_cast<int>(WSAECONNREFUSED));
     EXPECT_EQ(logCount(L"Shutting down 'theEar'; not listening for further connections"), 1);
 
@@ -117,10 +116,7 @@ TEST_F(TovelProgram, RebootIsAnsweredThenTheResetHelperRunsAndTheProcessExits22)
     // Generous above: the machine may be busy with other test processes.
     EXPECT_LE(elapsed, 14000ms);
     // The helper runs on by itself after tovel has gone.
-    const auto helperDeadline = std::chrono::steady_clock::now() + 3s;
-    while (!fs::exists(helper + ".ran") && std::chrono::steady_clock::now() < helperDeadline)
-        std::this_thread::sleep_for(10ms);
-    EXPECT_TRUE(fs::exists(helper + ".ran"));
+    EXPECT_TRUE(testing_support::eventually([&] { return fs::exists(helper + ".ran"); }, 3s));
     EXPECT_EQ(logCount(L"Controller Reboot Requested..."), 1);
     EXPECT_EQ(logCount(L"Restart Requested: Exiting TovelCtlr thread via reboot"), 1);
 }

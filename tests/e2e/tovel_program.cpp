@@ -4,10 +4,10 @@
 #include <array>
 #include <fstream>
 #include <sstream>
-#include <thread>
 
 #include "boards/error_log.h"
 #include "dsplink/wire.h"
+#include "tests/support/waiting.h"
 
 namespace e2e {
 
@@ -56,12 +56,14 @@ std::string Client::ask(const std::string& request, std::size_t replyBytes) {
 }
 
 std::unique_ptr<Client> connectWhenListening(std::uint16_t port, std::chrono::milliseconds limit) {
-    const auto until = std::chrono::steady_clock::now() + limit;
-    for (;;) {
-        auto client = std::make_unique<Client>(port);
-        if (client->connected() || std::chrono::steady_clock::now() > until) return client;
-        std::this_thread::sleep_for(20ms);
-    }
+    std::unique_ptr<Client> client;
+    testing_support::eventually(
+        [&] {
+            client = std::make_unique<Client>(port);
+            return client->connected();
+        },
+        limit);
+    return client;
 }
 
 std::string header(const std::string& reply, const std::string& name) {
@@ -109,12 +111,7 @@ int TovelProgram::logCount(const std::wstring& fragment) const {
 }
 
 bool TovelProgram::logEventually(const std::wstring& fragment, int times) const {
-    const auto until = std::chrono::steady_clock::now() + 5s;
-    while (logCount(fragment) < times) {
-        if (std::chrono::steady_clock::now() > until) return false;
-        std::this_thread::sleep_for(20ms);
-    }
-    return true;
+    return testing_support::eventually([&] { return logCount(fragment) >= times; });
 }
 
 void TovelProgram::stopAndExpectCleanExit() {

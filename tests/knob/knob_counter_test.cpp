@@ -163,7 +163,7 @@ TEST_F(CounterKnob, StopsItsThreadsAtOnceAndLeavesNoHandles) {
         Knob first(0, 10, 5);  // opens the SPI port, which stays
         ASSERT_TRUE(eventually([&] { return chip_->exchanges() >= 3; }));
     }
-    const std::size_t handles = host::openHandleCount();
+    const std::size_t handles = host::openHandleCountForTest();
     const DWORD now = clock_->tickCount();
     {
         Knob pausing(0, 10, 5);  // both monitors in their first pause
@@ -175,7 +175,7 @@ TEST_F(CounterKnob, StopsItsThreadsAtOnceAndLeavesNoHandles) {
         chip_->turn(2);
         ASSERT_TRUE(advanceUntil(*clock_, 50, [&] { return running.getCount() == 7; }));
     }
-    EXPECT_EQ(host::openHandleCount(), handles);
+    EXPECT_EQ(host::openHandleCountForTest(), handles);
 }
 
 TEST_F(CounterKnob, KnobsSharingTheEventGoIndependently) {

@@ -9,22 +9,6 @@
 
 namespace knob_test {
 
-void Recorder::newValue(int count, float rate) {
-    std::lock_guard<std::mutex> lock(mutex_);
-    counts_.push_back(count);
-    rates_.push_back(rate);
-}
-
-std::vector<int> Recorder::counts() const {
-    std::lock_guard<std::mutex> lock(mutex_);
-    return counts_;
-}
-
-std::vector<float> Recorder::rates() const {
-    std::lock_guard<std::mutex> lock(mutex_);
-    return rates_;
-}
-
 void feed(Knob& knob, std::initializer_list<int> codes) {
     for (int code : codes) knob.newValue(static_cast<MultiDigitalInput*>(nullptr), code);
 }
@@ -38,7 +22,7 @@ void KnobTest::nextRound() {
 }
 
 void CounterKnobTest::SetUp() {
-    resetPlatformForTests();
+    resetPlatformForTest();
     // One chip for the process: the SPI port keeps the device it opened first.
     static const std::shared_ptr<sim::Ls7366rCounter> chip = sim::installSpiCounter(1, 1);
     chip_ = chip;
@@ -50,12 +34,12 @@ void CounterKnobTest::SetUp() {
 
 void CounterKnobTest::TearDown() {
     host::CloseHandle(rotaryEvent_);
-    resetPlatformForTests();
+    resetPlatformForTest();
 }
 
 void CounterKnobTest::usePlatform(const std::string& name) {
     root_.namePlatform(name);
-    resetPlatformForTests();
+    resetPlatformForTest();
 }
 
 void CounterKnobTest::signalCounter(DWORD value) {

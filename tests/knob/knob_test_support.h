@@ -16,6 +16,7 @@
 #include "panel/multi_digital_input.h"
 #include "platform/clock.h"
 #include "sim/spi_counter.h"
+#include "tests/support/recorded.h"
 #include "tests/support/test_support.h"
 #include "tests/support/waiting.h"
 
@@ -27,15 +28,17 @@ using testing_support::eventually;
 
 class Recorder : public KnobEventListener {
   public:
-    void newValue(int count, float rate) override;
-    std::vector<int> counts() const;
-    std::vector<float> rates() const;
-    std::size_t calls() const { return counts().size(); }
+    void newValue(int count, float rate) override {
+        rates_.add(rate);
+        counts_.add(count);
+    }
+    std::vector<int> counts() const { return counts_.values(); }
+    std::vector<float> rates() const { return rates_.values(); }
+    std::size_t calls() const { return counts_.count(); }
 
   private:
-    mutable std::mutex mutex_;
-    std::vector<int> counts_;
-    std::vector<float> rates_;
+    testing_support::Recorded<int> counts_;
+    testing_support::Recorded<float> rates_;
 };
 
 // Feeds line codes to a knob as its multi-bit input would.

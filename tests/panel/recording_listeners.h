@@ -1,32 +1,13 @@
 #pragma once
 // Listeners that remember what they were told, safe to read from the test
 // thread while a driver or updater thread tells them.
-#include <mutex>
-#include <utility>
-#include <vector>
-
 #include "panel/digital_input.h"
 #include "panel/multi_digital_input.h"
+#include "tests/support/recorded.h"
 
 namespace panel_test {
 
-template <class Value>
-class Recorded {
-  public:
-    void add(Value value) {
-        std::lock_guard<std::mutex> lock(mutex_);
-        values_.push_back(value);
-    }
-    std::vector<Value> values() const {
-        std::lock_guard<std::mutex> lock(mutex_);
-        return values_;
-    }
-    std::size_t count() const { return values().size(); }
-
-  private:
-    mutable std::mutex mutex_;
-    std::vector<Value> values_;
-};
+using testing_support::Recorded;
 
 class DigitalRecorder : public DigitalInputEventListener {
   public:

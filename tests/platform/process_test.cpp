@@ -10,6 +10,7 @@
 #include "platform/modules.h"
 #include "platform/process.h"
 #include "tests/support/test_support.h"
+#include "tests/support/waiting.h"
 
 using namespace host;
 
@@ -20,9 +21,8 @@ TEST(Process, StartsAProgramNamedByAnOriginalPathWithoutWaiting) {
     root.writeFile(L"\\Windows\\restart.exe", "#!/bin/sh\ntouch \"$(dirname \"$0\")/ran\"\n");
     chmod(root.hostPath(L"\\Windows\\restart.exe").c_str(), 0755);
     ASSERT_TRUE(CreateProcessW(L"\\WINDOWS\\Restart.exe"));
-    for (int i = 0; i < 500 && !std::filesystem::exists(root.path() + "/Windows/ran"); ++i)
-        std::this_thread::sleep_for(std::chrono::milliseconds(10));
-    EXPECT_TRUE(std::filesystem::exists(root.path() + "/Windows/ran"));
+    EXPECT_TRUE(testing_support::eventually(
+        [&] { return std::filesystem::exists(root.path() + "/Windows/ran"); }));
 }
 
 TEST(Process, ExitGoesThroughTheInstalledHandler) {

@@ -301,10 +301,10 @@ TEST(Socket, AddressTexts) {
 }
 
 TEST(Socket, NoSocketOutlivesItsClose) {
-    const std::size_t before = openSocketCount();
+    const std::size_t before = openSocketCountForTest();
     {
         Pair p;
-        EXPECT_EQ(openSocketCount(), before + 3);
+        EXPECT_EQ(openSocketCountForTest(), before + 3);
     }
-    EXPECT_EQ(openSocketCount(), before);
+    EXPECT_EQ(openSocketCountForTest(), before);
 }

@@ -10,15 +10,6 @@ namespace fs = std::filesystem;
 
 namespace ctlrtest {
 
-bool eventually(const std::function<bool()>& done, double seconds) {
-    const auto until = std::chrono::steady_clock::now() + std::chrono::duration<double>(seconds);
-    while (!done()) {
-        if (std::chrono::steady_clock::now() > until) return false;
-        std::this_thread::sleep_for(std::chrono::milliseconds(2));
-    }
-    return true;
-}
-
 void installMarkerProgram(const testing_support::TempUnitRoot& root,
                           const std::wstring& originalPath) {
     root.writeFile(originalPath, "#!/bin/sh\ntouch \"$0.ran\"\n");

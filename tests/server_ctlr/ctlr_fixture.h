@@ -13,11 +13,11 @@
 #include "platform/clock.h"
 #include "platform/process.h"
 #include "tests/support/test_support.h"
+#include "tests/support/waiting.h"
 
 namespace ctlrtest {
 
-// Polls `done` in real time until it holds or `seconds` have passed.
-bool eventually(const std::function<bool()>& done, double seconds = 5.0);
+using testing_support::eventually;
 
 // A program at an original path that leaves the file "<name>.ran" beside
 // itself when it runs.

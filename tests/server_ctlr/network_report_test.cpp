@@ -149,9 +149,9 @@ class MachineTable : public ::testing::Test {
         fs::temp_directory_path() /
         ("tovel-netif-" + std::to_string(::testing::UnitTest::GetInstance()->random_seed()) +
          std::to_string(reinterpret_cast<std::uintptr_t>(this)));
-    void SetUp() override { host::setIfTableFolder(base.string()); }
+    void SetUp() override { host::setIfTableFolderForTest(base.string()); }
     void TearDown() override {
-        host::setIfTableFolder("");
+        host::setIfTableFolderForTest("");
         fs::remove_all(base);
     }
     std::vector<host::MIB_IFROW> read() {

@@ -44,7 +44,7 @@ class ImageDownloadTest : public SessionTest {
         session.reset();
         ASSERT_TRUE(testing_support::eventually([&] { return held.expired(); }));
         UsbCtlr::WaitForDeviceChangeThreads();
-        UsbCtlr::ResetRegistry();
+        UsbCtlr::ResetRegistryForTest();
         bus->detachAll(false);
         boards.clear();
         startSession();

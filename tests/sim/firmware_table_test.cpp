@@ -99,32 +99,6 @@ TEST(FirmwareTable, EchoAndRejectExistForEveryKindAndOtherOpcodesAreUnlisted) {
     EXPECT_EQ(sim::findFirmwareCommand(BoardKind::Analog, 0), nullptr);  // no flash command
 }
 
-TEST(DefaultBoards, SerialsHardwareAndTypesFitEachKind) {
-    struct Expect {
-        BoardKind kind;
-        std::uint32_t low, high;  // inclusive serial range of the kind
-        std::uint32_t hw, type;
-        sim::ProgramVersion version;
-    };
-    const Expect expected[] = {
-        {BoardKind::T1, 1030000001, 1129999999, 1006, 0, {102, 1}},
-        {BoardKind::RF, 1130000001, 1229999999, 2002, 1, {53, 2}},
-        {BoardKind::IP150, 1230000001, 1239999999, 1006, 3, {99, 6}},
-        {BoardKind::IP163, 1240000001, 1269999999, 2000, 3, {99, 6}},
-        {BoardKind::Analog, 1330000001, 1429999999, 1006, 2, {58, 3}},
-    };
-    for (const auto& e : expected) {
-        const sim::BoardSpec spec = sim::defaultBoardSpec(e.kind);
-        EXPECT_EQ(spec.kind, e.kind);
-        EXPECT_GE(spec.detail.serial, e.low) << sim::kindName(e.kind);
-        EXPECT_LE(spec.detail.serial, e.high) << sim::kindName(e.kind);
-        EXPECT_EQ(spec.detail.hwVersion, e.hw);
-        EXPECT_EQ(spec.detail.boardType, e.type);
-        EXPECT_EQ(spec.defaultVersion, e.version);
-        EXPECT_TRUE(spec.startsRunning);
-    }
-}
-
 TEST(DefaultBoards, KindNamesRoundTrip) {
     for (BoardKind kind : kAllKinds) EXPECT_EQ(sim::parseBoardKind(sim::kindName(kind)), kind);
     EXPECT_EQ(sim::kindName(BoardKind::IP163), "ipg");

@@ -87,18 +87,6 @@ TEST(Client, ConnectionFailuresAreClientErrors) {
     EXPECT_THROW(Client("no-such-host.invalid", 3445), ClientError);
 }
 
-TEST(Client, ServerClosingInsteadOfAnsweringIsAnError) {
-    FakeController fake;
-    fake.closeAtRequest(1);
-    Client client("127.0.0.1", fake.port());
-    try {
-        client.version();
-        FAIL();
-    } catch (const ClientError& e) {
-        EXPECT_NE(std::string(e.what()).find("closed"), std::string::npos) << e.what();
-    }
-}
-
 TEST(Client, ImpossibleReplyLengthIsRefusedNotAwaited) {
     FakeController fake;
     fake.answerBogusLength();

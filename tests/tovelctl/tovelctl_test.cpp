@@ -12,33 +12,20 @@
 #include <vector>
 
 #include "platform/child_process.h"
+#include "tests/support/program_run.h"
 #include "tests/support/test_support.h"
 #include "tests/tovelctl/fake_controller.h"
 #include "tools/coffkit/damaged_images.h"
 
 namespace {
 
-struct Result {
-    int exitCode = -1;
-    std::string output;  // stdout and stderr
-};
+using Result = testing_support::ProgramRun;
 
 Result tovelctl(const std::string& args) {
     std::vector<std::string> words;
     std::istringstream split(args);
     for (std::string word; split >> word;) words.push_back(word);
-    // Each test case runs in a process of its own: the process id keeps
-    // parallel runs apart.
-    const std::string out = (std::filesystem::temp_directory_path() /
-                             ("tovelctl-" + std::to_string(host::currentProcessId()) + ".out"))
-                                .string();
-    Result run;
-    host::ChildProcess program(TOVEL_BUILD_DIR "/tovelctl", words, out);
-    run.exitCode = program.waitForExit(std::chrono::seconds(30)).value_or(-1);
-    std::ifstream in(out);
-    run.output.assign(std::istreambuf_iterator<char>(in), {});
-    std::filesystem::remove(out);
-    return run;
+    return testing_support::runProgram("tovelctl", words);
 }
 
 std::string portArg(const FakeController& fake) {
@@ -50,16 +37,6 @@ int lineCount(const std::string& s) {
 }
 
 }  // namespace
-
-TEST(Tovelctl, HelpListsEveryCommand) {
-    Result run = tovelctl("--help");
-    EXPECT_EQ(run.exitCode, 0);
-    for (const char* command :
-         {"version", "boards", "status", "boot", "reboot", "cmdline", "cof-download", "atomic-send",
-          "atomic-get", "prim-send", "prim-get", "--json", "--host", "--port", "--connect-timeout",
-          "then"})
-        EXPECT_NE(run.output.find(command), std::string::npos) << command;
-}
 
 TEST(Tovelctl, VersionInTextAndJson) {
     FakeController fake;

@@ -107,14 +107,6 @@ bool parseContent(std::string_view arg, std::string_view content, CoffSectionSpe
 
 }  // namespace
 
-std::uint32_t parseSectionFlags(std::string_view text) {
-    const auto flags = flagsFrom(text);
-    if (!flags)
-        fail(text,
-             "flags must be a number or names joined by '+' (text data bss copy noload dsect)");
-    return *flags;
-}
-
 CoffSectionSpec parseSectionArg(std::string_view arg) {
     const std::size_t eq = arg.find('=');
     if (eq == std::string_view::npos) fail(arg, "expected NAME:ADDR[:FLAGS]=CONTENT");

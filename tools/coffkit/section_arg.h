@@ -24,7 +24,5 @@ namespace coffkit {
 CoffSectionSpec parseSectionArg(std::string_view arg);
 // "MAJOR.MINOR", each 0-65535.
 DspProgramVersion parseVersionArg(std::string_view arg);
-// A number or a '+'-joined list of flag names.
-std::uint32_t parseSectionFlags(std::string_view text);
 
 }  // namespace coffkit

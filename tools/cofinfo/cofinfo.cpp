@@ -8,6 +8,7 @@
 #include <cctype>
 #include <cstdio>
 #include <iostream>
+#include <nlohmann/json.hpp>
 #include <optional>
 #include <string>
 #include <vector>
@@ -119,23 +120,6 @@ constexpr int kExitLoadable = 0;
 constexpr int kExitNotLoadable = 1;
 constexpr int kExitUsage = 2;
 
-std::string jsonString(const std::string& text) {
-    std::string out = "\"";
-    for (unsigned char c : text) {
-        if (c == '"' || c == '\\') {
-            out += '\\';
-            out += static_cast<char>(c);
-        } else if (c < 0x20) {
-            char escaped[8];
-            std::snprintf(escaped, sizeof escaped, "\\u%04x", c);
-            out += escaped;
-        } else {
-            out += static_cast<char>(c);
-        }
-    }
-    return out + "\"";
-}
-
 // What cofinfo found, for either output.
 struct Findings {
     std::string file;
@@ -146,38 +130,34 @@ struct Findings {
 };
 
 void printJson(const Findings& f) {
-    std::string out = "{\"file\":" + jsonString(f.file);
-    if (f.image) out += ",\"size\":" + std::to_string(f.image->fileSize);
-    out += ",\"loadable\":" + std::string(f.loadable() ? "true" : "false");
-    if (f.verdict) out += ",\"readerResult\":" + std::to_string(f.verdict->result);
-    if (!f.loadable()) out += ",\"reason\":" + jsonString(f.reason);
+    nlohmann::ordered_json out{{"file", f.file}};
+    if (f.image) out["size"] = f.image->fileSize;
+    out["loadable"] = f.loadable();
+    if (f.verdict) out["readerResult"] = f.verdict->result;
+    if (!f.loadable()) out["reason"] = f.reason;
     if (f.verdict) {
-        out += ",\"readerMessages\":[";
-        for (std::size_t i = 0; i < f.verdict->messages.size(); ++i)
-            out += (i ? "," : "") + jsonString(host::narrow(f.verdict->messages[i]));
-        out += "]";
+        out["readerMessages"] = nlohmann::ordered_json::array();
+        for (const std::wstring& line : f.verdict->messages)
+            out["readerMessages"].push_back(host::narrow(line));
     }
     if (f.image && f.image->c6000) {
-        out += ",\"sections\":[";
-        for (std::size_t i = 0; i < f.image->sections.size(); ++i) {
-            const coff::SectionHeader& s = f.image->sections[i];
-            out += std::string(i ? "," : "") + "{\"name\":" + jsonString(recordedName(s)) +
-                   ",\"vma\":" + std::to_string(s.virtualAddress) +
-                   ",\"size\":" + std::to_string(s.size) +
-                   ",\"filePos\":" + std::to_string(s.rawDataPos) +
-                   ",\"flags\":" + std::to_string(s.flags) + "}";
-        }
-        out += "]";
+        out["sections"] = nlohmann::ordered_json::array();
+        for (const coff::SectionHeader& s : f.image->sections)
+            out["sections"].push_back({{"name", recordedName(s)},
+                                       {"vma", s.virtualAddress},
+                                       {"size", s.size},
+                                       {"filePos", s.rawDataPos},
+                                       {"flags", s.flags}});
     }
     if (f.loadable() && f.verdict) {
         const std::span<const CoffSection> records(
             f.verdict->sections.data(), static_cast<std::size_t>(f.verdict->sectionCount));
         const coffkit::BootPlan plan = coffkit::planBoot(records);
-        out += ",\"boot\":{\"sections\":" + std::to_string(plan.sections) +
-               ",\"bytes\":" + std::to_string(plan.bytes) +
-               ",\"chunks\":" + std::to_string(plan.chunks) + "}";
+        out["boot"] = {{"sections", plan.sections}, {"bytes", plan.bytes}, {"chunks", plan.chunks}};
     }
-    std::printf("%s}\n", out.c_str());
+    // Bytes that are not UTF-8 (a file name) become U+FFFD, so the line stays JSON.
+    std::printf("%s\n",
+                out.dump(-1, ' ', false, nlohmann::ordered_json::error_handler_t::replace).c_str());
 }
 
 void printText(const Findings& f) {

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cstdio>
+#include <nlohmann/json.hpp>
 
 #include "boards/dsp_status.h"
 #include "platform/text.h"
@@ -32,38 +33,6 @@ Report& Report::add(const std::string& name, Value value) {
     return *this;
 }
 
-std::string jsonEscape(const std::string& text) {
-    std::string out;
-    for (unsigned char c : text) {
-        switch (c) {
-            case '"':
-                out += "\\\"";
-                break;
-            case '\\':
-                out += "\\\\";
-                break;
-            case '\n':
-                out += "\\n";
-                break;
-            case '\r':
-                out += "\\r";
-                break;
-            case '\t':
-                out += "\\t";
-                break;
-            default:
-                if (c < 0x20) {
-                    char buffer[8];
-                    std::snprintf(buffer, sizeof buffer, "\\u%04x", c);
-                    out += buffer;
-                } else {
-                    out += static_cast<char>(c);
-                }
-        }
-    }
-    return out;
-}
-
 std::string hexDump(const std::vector<std::uint8_t>& bytes, const std::string& indent) {
     std::string out;
     for (std::size_t offset = 0; offset < bytes.size(); offset += 16) {
@@ -77,10 +46,8 @@ std::string hexDump(const std::vector<std::uint8_t>& bytes, const std::string& i
 
 namespace {
 
-std::string jsonValue(const Report::Value& value) {
-    if (auto* s = std::get_if<std::string>(&value)) return "\"" + jsonEscape(*s) + "\"";
-    if (auto* b = std::get_if<bool>(&value)) return *b ? "true" : "false";
-    return std::to_string(std::get<std::int64_t>(value));
+nlohmann::ordered_json jsonValue(const Report::Value& value) {
+    return std::visit([](const auto& v) { return nlohmann::ordered_json(v); }, value);
 }
 
 std::string textValue(const Report::Value& value) {
@@ -93,18 +60,20 @@ std::string textValue(const Report::Value& value) {
 
 void Report::print(std::ostream& out, bool json) const {
     if (json) {
-        out << "{\"command\":\"" << jsonEscape(command_) << "\"";
+        nlohmann::ordered_json line{{"command", command_}};
         for (const auto& f : fields_) {
-            out << ",\"" << jsonEscape(f.name) << "\":" << jsonValue(f.value);
-            if (f.isStatus)
-                out << ",\"" << jsonEscape(f.name) << "Short\":\"" << jsonEscape(f.shortText)
-                    << "\",\"" << jsonEscape(f.name) << "Text\":\"" << jsonEscape(f.longText)
-                    << "\"";
+            line[f.name] = jsonValue(f.value);
+            if (f.isStatus) {
+                line[f.name + "Short"] = f.shortText;
+                line[f.name + "Text"] = f.longText;
+            }
         }
-        if (hasData_)
-            out << ",\"length\":" << data_.size() << ",\"data\":\"" << tovelclient::toHex(data_)
-                << "\"";
-        out << "}\n";
+        if (hasData_) {
+            line["length"] = data_.size();
+            line["data"] = tovelclient::toHex(data_);
+        }
+        // Bytes that are not UTF-8 (a file name) become U+FFFD, so the line stays JSON.
+        out << line.dump(-1, ' ', false, nlohmann::ordered_json::error_handler_t::replace) << "\n";
         return;
     }
     // People read a status as "4 (short / long)" on one line.

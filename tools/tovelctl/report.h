@@ -36,7 +36,6 @@ class Report {
     std::vector<std::uint8_t> data_;
 };
 
-std::string jsonEscape(const std::string& text);
 // Lines of up to 16 bytes: offset, hex bytes.
 std::string hexDump(const std::vector<std::uint8_t>& bytes, const std::string& indent);
 
