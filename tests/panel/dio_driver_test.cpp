@@ -10,19 +10,13 @@
 
 using panel_test::advanceUntil;
 using panel_test::DigitalRecorder;
+using panel_test::eventually;
 
 namespace {
 
 class DioDriverTest : public panel_test::ManualClockTest {
   protected:
     ~DioDriverTest() override { sim::uninstallDioBlock(); }
-
-    // Lets the driver poll until it has read the device `rounds` more times;
-    // by then every round before the last has been handled completely.
-    void pollRounds(int rounds) {
-        const int target = block_->reads() + rounds;
-        ASSERT_TRUE(advanceUntil(*clock_, 10, [&] { return block_->reads() >= target; }));
-    }
 
     std::shared_ptr<sim::DioBlock> block_ = sim::installDioBlock();
 };
@@ -103,16 +97,20 @@ TEST_F(DioDriverTest, LineChangeReachesListenersThroughTheUpdater) {
     EXPECT_EQ(recorder.levels.values(), (std::vector<bool>{true, false}));
 }
 
-TEST_F(DioDriverTest, InputWithoutHistoryHearsWithinThePoll) {
+// After its first round (at tick 1000) an idle driver reads only for a
+// change, at the next instant of its 10 ms raster.
+TEST_F(DioDriverTest, InputWithoutHistoryHearsOnTheNextRoundAfterAnyIdleTime) {
     DigitalRecorder recorder;
     DioDriver driver;
     DigitalInput input(0, 30000, true);
     input.addListener(&recorder);
     driver.registerPoint(&input, 7);
-    const DWORD start = clock_->tickCount();
+    ASSERT_TRUE(eventually([&] { return block_->reads() == 1; }));
+    clock_->advance(1005);
     block_->setInput(7, true);
-    ASSERT_TRUE(advanceUntil(*clock_, 10, [&] { return recorder.levels.count() == 1; }));
-    EXPECT_LT(clock_->tickCount() - start, 30000u);
+    ASSERT_TRUE(advanceUntil(*clock_, 1, [&] { return recorder.levels.count() == 1; }));
+    EXPECT_GE(clock_->tickCount(), 2010u);
+    EXPECT_EQ(block_->reads(), 2);
 }
 
 TEST_F(DioDriverTest, ChangeOnLineNineNotifiesNothing) {
@@ -124,8 +122,8 @@ TEST_F(DioDriverTest, ChangeOnLineNineNotifiesNothing) {
     driver.registerPoint(&at9, 9);
     driver.registerPoint(&at1, 1);
     block_->setInput(9, true);
-    pollRounds(3);
-    EXPECT_EQ(driver.lastBits() & (1u << 9), 1u << 9);  // seen, but not examined
+    // Seen (the round has ended), but not examined.
+    ASSERT_TRUE(advanceUntil(*clock_, 10, [&] { return driver.lastBits() == 1u << 9; }));
     EXPECT_EQ(recorder.levels.count(), 0u);
     EXPECT_FALSE(at1.hasEvents());
 }
@@ -136,7 +134,8 @@ TEST_F(DioDriverTest, FailedReadIsNotTakenForAChange) {
     driver.registerPoint(&input, 0);
     block_->setInput(0, true);
     block_->failReads(true);
-    pollRounds(3);
+    const int threeRounds = block_->reads() + 3;
+    ASSERT_TRUE(advanceUntil(*clock_, 10, [&] { return block_->reads() >= threeRounds; }));
     EXPECT_FALSE(input.hasEvents());
     block_->failReads(false);
     ASSERT_TRUE(advanceUntil(*clock_, 10, [&] { return input.hasEvents(); }));
@@ -149,8 +148,8 @@ TEST_F(DioDriverTest, DestroyedPointIsNoLongerFed) {
     driver.registerPoint(input.get(), 4);
     input.reset();
     EXPECT_EQ(driver.pointAt(4), nullptr);
-    block_->setInput(4, true);
-    pollRounds(3);  // must not touch the freed point
+    block_->setInput(4, true);  // the round must not touch the freed point
+    ASSERT_TRUE(advanceUntil(*clock_, 10, [&] { return driver.lastBits() == 1u << 4; }));
 }
 
 TEST_F(DioDriverTest, DriverMayGoBeforeItsPoints) {
@@ -191,14 +190,14 @@ TEST_F(DioDriverTest, WithoutTheDeviceTheThreadStopsAndWritesFailSilently) {
 
 TEST_F(DioDriverTest, StopsPromptlyAndClosesTheDevice) {
     auto driver = std::make_unique<DioDriver>();
-    pollRounds(1);
+    ASSERT_TRUE(eventually([&] { return block_->reads() == 1; }));  // idle from here
     const auto before = std::chrono::steady_clock::now();
     driver->halt();
     EXPECT_FALSE(driver->isRunning());
     EXPECT_LT(std::chrono::steady_clock::now() - before, std::chrono::seconds(2));
-    const int reads = block_->reads();
+    block_->setInput(0, true);  // no longer heard
     clock_->advance(100);
-    EXPECT_EQ(block_->reads(), reads);
+    EXPECT_EQ(block_->reads(), 1);
     DioDriver next;
     EXPECT_TRUE(next.isRunning());
 }
