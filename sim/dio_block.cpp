@@ -228,12 +228,14 @@ bool DioBlock::ioControl(DWORD code, const void* in, DWORD inSize, DWORD& error)
     };
     std::lock_guard<std::mutex> lock(mutex_);
     switch (code) {
-        case host::IOCTL_DIO_SET_DIRECTION:
+        case host::IOCTL_DIO_SET_DIRECTION: {
             if (!needWords(1)) return false;
             ++directionRequests_;
-            if (direction_ != word(0)) noticeChange();
+            const DWORD before = levelsLocked();
             direction_ = word(0);
+            if (levelsLocked() != before) noticeChange();
             return true;
+        }
         case host::IOCTL_DIO_MASK_INTERRUPTS:
             if (!needWords(1)) return false;
             mask_ = word(0);
