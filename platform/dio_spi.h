@@ -17,9 +17,9 @@ inline constexpr DWORD IOCTL_DIO_ARM_INTERRUPTS = 0x113;
 inline constexpr DWORD DIO_EDGE_FALLING = 1;
 inline constexpr DWORD DIO_EDGE_RISING = 2;
 // Change notice: input the HANDLE of an event, which the driver sets whenever
-// what a read answers may have changed (NULL_HANDLE ends it). Only the
-// simulated block offers it; a driver without it answers ERROR_NOT_SUPPORTED
-// and its readers keep polling.
+// what a read answers changes other than by the caller's own writes and
+// direction requests (NULL_HANDLE ends it). Only the simulated block offers
+// it; a driver without it answers ERROR_NOT_SUPPORTED and callers keep polling.
 inline constexpr DWORD IOCTL_DIO_NOTIFY_CHANGES = 0x117;
 
 // "SPIn:": one exchange. The input buffer is the address of a pointer to an

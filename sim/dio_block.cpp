@@ -33,14 +33,14 @@ class DioInstance final : public host::DeviceInstance {
             block_->notifyChanges(this, event);
             return true;
         }
-        return block_->ioControl(code, in, inSize, error);
+        return block_->ioControl(code, in, inSize, error, this);
     }
     void close() override { block_->notifyChanges(this, NULL_HANDLE); }
     bool read(void* buffer, DWORD size, DWORD* done, DWORD& error) override {
         return block_->read(buffer, size, done, error);
     }
     bool write(const void* buffer, DWORD size, DWORD* done, DWORD& error) override {
-        return block_->write(buffer, size, done, error);
+        return block_->write(buffer, size, done, error, this);
     }
 
   private:
@@ -99,8 +99,9 @@ void DioBlock::notifyChanges(const void* owner, HANDLE event) {
     if (event != NULL_HANDLE) watchers_.emplace_back(owner, event);
 }
 
-void DioBlock::noticeChange() {
-    for (const auto& watcher : watchers_) host::SetEvent(watcher.second);
+void DioBlock::noticeChange(const void* by) {
+    for (const auto& [owner, event] : watchers_)
+        if (owner != by) host::SetEvent(event);
 }
 
 void DioBlock::report(DWORD lines) {
@@ -200,7 +201,7 @@ bool DioBlock::read(void* buffer, DWORD size, DWORD* done, DWORD& error) {
     return true;
 }
 
-bool DioBlock::write(const void* buffer, DWORD size, DWORD* done, DWORD& error) {
+bool DioBlock::write(const void* buffer, DWORD size, DWORD* done, DWORD& error, const void* by) {
     if (done) *done = 0;
     if (!buffer || size < sizeof(DWORD)) {
         error = ERROR_INVALID_PARAMETER;
@@ -210,12 +211,12 @@ bool DioBlock::write(const void* buffer, DWORD size, DWORD* done, DWORD& error) 
     ++writes_;
     const DWORD before = levelsLocked();
     std::memcpy(&outputs_, buffer, sizeof outputs_);
-    if (levelsLocked() != before) noticeChange();
+    if (levelsLocked() != before) noticeChange(by);
     if (done) *done = sizeof outputs_;
     return true;
 }
 
-bool DioBlock::ioControl(DWORD code, const void* in, DWORD inSize, DWORD& error) {
+bool DioBlock::ioControl(DWORD code, const void* in, DWORD inSize, DWORD& error, const void* by) {
     auto word = [in](int i) {
         DWORD value;
         std::memcpy(&value, static_cast<const BYTE*>(in) + i * sizeof(DWORD), sizeof value);
@@ -233,7 +234,7 @@ bool DioBlock::ioControl(DWORD code, const void* in, DWORD inSize, DWORD& error)
             ++directionRequests_;
             const DWORD before = levelsLocked();
             direction_ = word(0);
-            if (levelsLocked() != before) noticeChange();
+            if (levelsLocked() != before) noticeChange(by);
             return true;
         }
         case host::IOCTL_DIO_MASK_INTERRUPTS:

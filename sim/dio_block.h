@@ -52,10 +52,13 @@ class DioBlock {
 
     // --- The driver side (used by the stream driver's open instances).
     bool read(void* buffer, DWORD size, DWORD* done, DWORD& error);
-    bool write(const void* buffer, DWORD size, DWORD* done, DWORD& error);
-    bool ioControl(DWORD code, const void* in, DWORD inSize, DWORD& error);
+    // `by`: the open instance making the request, if any.
+    bool write(const void* buffer, DWORD size, DWORD* done, DWORD& error, const void* by = nullptr);
+    bool ioControl(DWORD code, const void* in, DWORD inSize, DWORD& error,
+                   const void* by = nullptr);
     // The change notice of one open instance (`owner`): `event` is set after
-    // every change of what a read answers; NULL_HANDLE ends it.
+    // every change of what a read answers that the instance did not make
+    // itself (it knows what it wrote); NULL_HANDLE ends it.
     void notifyChanges(const void* owner, HANDLE event);
 
   private:
@@ -65,9 +68,10 @@ class DioBlock {
     void report(DWORD lines);
     HANDLE eventFor(int line);
     DWORD levelsLocked() const { return (outputs_ & direction_) | (inputs_ & ~direction_); }
-    // Sets the change notices. Under the lock: a woken reader reads only once
-    // the change is complete, and no event is set after its notice ended.
-    void noticeChange();
+    // Sets the change notices of every instance but `by`. Under the lock: a
+    // woken reader reads only once the change is complete, and no event is
+    // set after its notice ended.
+    void noticeChange(const void* by = nullptr);
 
     mutable std::mutex mutex_;
     DWORD inputs_ = 0;

@@ -101,9 +101,11 @@ TEST_F(SimDioBlockTest, ChangeNoticeFollowsWhatAReadAnswers) {
     const std::pair<std::function<void()>, bool> steps[] = {
         {[&] { block_->setInput(3, true); }, true},
         {[&] { block_->setInput(3, true); }, false},
-        {[&] { request(host::IOCTL_DIO_SET_DIRECTION, {line3}); }, true},  // reads the output
-        {[&] { host::WriteFile(device_, &line3, 4, nullptr); }, true},
+        // The instance's own requests: it knows what it asked for.
+        {[&] { request(host::IOCTL_DIO_SET_DIRECTION, {line3}); }, false},
+        {[&] { host::WriteFile(device_, &line3, 4, nullptr); }, false},
         {[&] { block_->setInput(3, false); }, false},  // hidden by the output
+        {[&] { block_->failReads(true); }, true},
     };
     for (const auto& [step, noticed] : steps) {
         step();
