@@ -1,8 +1,10 @@
 #include "panel/dio_driver.h"
 
+#include <algorithm>
 #include <mutex>
 
 #include "panel/io_point.h"
+#include "platform/clock.h"
 #include "platform/devices.h"
 #include "platform/dio_spi.h"
 #include "platform/files.h"
@@ -120,23 +122,58 @@ void DioDriver::run() {
         std::lock_guard<host::CriticalSection> io(ioLock_);
         handle_ = device;
     }
+    // Asked before the constructor returns, so the notice covers every change
+    // made after it.
+    HANDLE wake = wakeEvent();
+    const bool reportsChanges = device != INVALID_HANDLE_VALUE &&
+                                host::DeviceIoControl(device, host::IOCTL_DIO_NOTIFY_CHANGES, &wake,
+                                                      sizeof wake, nullptr, 0, nullptr);
     ready();
     if (device == INVALID_HANDLE_VALUE) return;
-    do {
-        poll(device);
-    } while (pause(period()));
+    pollUntilStopped(device, reportsChanges);
     std::lock_guard<host::CriticalSection> io(ioLock_);
     host::CloseHandle(handle_);
     handle_ = INVALID_HANDLE_VALUE;
 }
 
-void DioDriver::poll(HANDLE device) {
+// The rounds keep to one 10 ms raster from the first. When the device reports
+// its changes, a round that would find nothing changed is skipped: the thread
+// sleeps until a change is reported and reads at the next instant of the
+// raster, so it sees what, and when, a round every period would have seen
+// without waking 100 times a second on an idle unit.
+void DioDriver::pollUntilStopped(HANDLE device, bool reportsChanges) {
+    DWORD lastRound = host::GetTickCount();
+    bool read = poll(device);
+    for (;;) {
+        // After a failed read the next round must read again, change or not.
+        if (reportsChanges && read && !waitForWake()) break;
+        if (!pauseUntilNextRound(lastRound)) break;
+        lastRound = host::GetTickCount();
+        read = poll(device);
+    }
+    // Closing the device ends its change notice.
+}
+
+bool DioDriver::pauseUntilNextRound(DWORD lastRound) {
+    const DWORD period = std::max<DWORD>(this->period(), 1);
+    DWORD since = host::GetTickCount() - lastRound;
+    const DWORD due = since < period ? period : since + (period - since % period) % period;
+    // A reported change may end a pause early; the round still waits its turn.
+    while (since < due) {
+        if (!pause(due - since)) return false;
+        since = host::GetTickCount() - lastRound;
+    }
+    return !stopRequested();
+}
+
+bool DioDriver::poll(HANDLE device) {
     DWORD levels = 0;
     DWORD read = 0;
     {
         std::lock_guard<host::CriticalSection> io(ioLock_);
         // A failed or short read is not a change of every line: skip the round.
-        if (!host::ReadFile(device, &levels, sizeof levels, &read) || read != sizeof levels) return;
+        if (!host::ReadFile(device, &levels, sizeof levels, &read) || read != sizeof levels)
+            return false;
     }
     const DWORD changed = levels ^ lastBits_.load();
     for (int line = 0; line < watchedLines; ++line) {
@@ -147,4 +184,5 @@ void DioDriver::poll(HANDLE device) {
         if (point && point->isInput()) point->setValue((levels & bit) ? 1 : 0);
     }
     lastBits_ = levels;
+    return true;
 }

@@ -2,7 +2,8 @@
 // DioDriver: the digital-I/O driver of the process, on the device "DIO1:".
 // Points are registered at their line (0..31): outputs are written through it,
 // and its thread polls the levels every 10 ms and hands changes on lines 0..7
-// to the input points there.
+// to the input points there. A device that reports its changes spares it the
+// rounds in which nothing changed (see pollUntilStopped).
 #include <array>
 #include <string>
 
@@ -35,7 +36,13 @@ class DioDriver final : public IODriver {
 
   private:
     void run() override;
-    void poll(HANDLE device);
+    void pollUntilStopped(HANDLE device, bool reportsChanges);
+    // Waits until the next round is due, `period()` after `lastRound` or
+    // (after a long wait for a change) the next multiple of it; false once
+    // stopped.
+    bool pauseUntilNextRound(DWORD lastRound);
+    // One round; false when the device could not be read.
+    bool poll(HANDLE device);
     void sendDirection();  // under pointsLock_
     // A point replaced at a line: it forgets the driver unless it is still
     // registered at another line. Under pointsLock_, after the replacement.

@@ -38,8 +38,11 @@ class IODriver {
     bool start();
     virtual void run() = 0;
     void ready();
-    // Sleeps between polls; false once the driver is being stopped.
+    // Sleeps between polls; false once the driver is being stopped. Setting
+    // wakeEvent() ends a pause early and ends waitForWake().
     bool pause(DWORD ms) { return thread_.pause(ms); }
+    bool waitForWake() { return thread_.waitForWake(); }
+    HANDLE wakeEvent() const { return thread_.wakeEvent(); }
     bool stopRequested() const { return thread_.stopRequested(); }
 
     std::atomic<DWORD> lastBits_{0};

@@ -6,7 +6,7 @@
 
 namespace panel {
 
-PollThread::PollThread() : wake_(host::CreateEventW(true, false, nullptr)) {}
+PollThread::PollThread() : wake_(host::CreateEventW(false, false, nullptr)) {}
 
 PollThread::~PollThread() {
     halt();
@@ -54,6 +54,10 @@ bool PollThread::pause(DWORD ms) {
     if (stop_.load()) return false;
     host::WaitForSingleObject(wake_, ms);
     return !stop_.load();
+}
+
+bool PollThread::waitForWake() {
+    return pause(INFINITE);
 }
 
 }  // namespace panel

@@ -1,7 +1,8 @@
 #pragma once
 // A worker thread that polls: its body pauses between rounds with pause(),
 // which a stop request cuts short, so the owner can end and join the thread at
-// once whatever the polling period.
+// once whatever the polling period. Setting wakeEvent() (a device reporting a
+// change, say) also ends the pause under way.
 #include <atomic>
 #include <functional>
 #include <string>
@@ -26,8 +27,12 @@ class PollThread {
     void halt(int stoppingPriority = -1);
 
     bool stopRequested() const { return stop_.load(); }
-    // Waits `ms` on the host clock; false (at once) once a stop was requested.
+    // Waits `ms` on the host clock, or less when woken; false (at once) once
+    // a stop was requested.
     bool pause(DWORD ms);
+    // Waits until woken, however long that takes; false once stopped.
+    bool waitForWake();
+    HANDLE wakeEvent() const { return wake_; }
     // The body has started and not yet returned.
     bool running() const { return running_.load(); }
     HANDLE handle() const { return thread_; }
@@ -38,7 +43,7 @@ class PollThread {
     // Compared without the host layer: halt() also runs during static
     // destruction, after the host's per-thread records are gone.
     std::atomic<std::thread::id> threadId_{};
-    HANDLE wake_;
+    HANDLE wake_;  // auto-reset: each wake ends one wait
     HANDLE thread_ = NULL_HANDLE;
 };
 

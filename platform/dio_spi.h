@@ -16,6 +16,11 @@ inline constexpr DWORD IOCTL_DIO_MASK_INTERRUPTS = 0x103;
 inline constexpr DWORD IOCTL_DIO_ARM_INTERRUPTS = 0x113;
 inline constexpr DWORD DIO_EDGE_FALLING = 1;
 inline constexpr DWORD DIO_EDGE_RISING = 2;
+// Change notice: input the HANDLE of an event, which the driver sets whenever
+// what a read answers changes other than by the caller's own writes and
+// direction requests (NULL_HANDLE ends it). Only the simulated block offers
+// it; a driver without it answers ERROR_NOT_SUPPORTED and callers keep polling.
+inline constexpr DWORD IOCTL_DIO_NOTIFY_CHANGES = 0x117;
 
 // "SPIn:": one exchange. The input buffer is the address of a pointer to an
 // SpiExchange; the size given with it is that of the request on the board (20).

@@ -1,12 +1,14 @@
 #include "platform/line_server.h"
 
 #include <poll.h>
+#include <sys/eventfd.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
 #include <sys/un.h>
 #include <unistd.h>
 
 #include <cerrno>
+#include <cstdint>
 #include <cstring>
 
 #include "platform/handles.h"
@@ -15,8 +17,6 @@
 
 namespace host {
 namespace {
-
-constexpr int kPollMs = 100;  // how soon a stop is noticed
 
 bool makeAddress(const std::string& path, sockaddr_un& address, std::string& error) {
     std::memset(&address, 0, sizeof address);
@@ -65,10 +65,19 @@ bool LineServer::start(const std::string& socketPath, Handler handler, std::stri
         ::close(fd);
         return false;
     }
+    // The thread blocks until a client or this stop signal comes: an idle
+    // channel costs no wake-ups.
+    stopFd_ = ::eventfd(0, EFD_CLOEXEC);
+    if (stopFd_ < 0) {
+        error =
+            std::string("cannot make the control channel's stop signal: ") + std::strerror(errno);
+        ::close(fd);
+        ::unlink(socketPath.c_str());
+        return false;
+    }
     path_ = socketPath;
     handler_ = std::move(handler);
     listenFd_ = fd;
-    stopping_ = false;
     thread_ = CreateThread(
         [this]() -> DWORD {
             serve();
@@ -78,7 +87,8 @@ bool LineServer::start(const std::string& socketPath, Handler handler, std::stri
     if (thread_ == NULL_HANDLE) {
         error = "cannot start the control channel thread";
         ::close(fd);
-        listenFd_ = -1;
+        ::close(stopFd_);
+        listenFd_ = stopFd_ = -1;
         ::unlink(socketPath.c_str());
         return false;
     }
@@ -87,22 +97,29 @@ bool LineServer::start(const std::string& socketPath, Handler handler, std::stri
 
 void LineServer::stop() {
     if (thread_ == NULL_HANDLE) return;
-    stopping_ = true;
-    // The thread polls with a short timeout, so it notices the flag soon;
-    // this wait is on real time whatever clock tests run on.
-    while (WaitForSingleObject(thread_, 0) != WAIT_OBJECT_0) ::usleep(1000);
+    const std::uint64_t one = 1;
+    while (::write(stopFd_, &one, sizeof one) < 0 && errno == EINTR) {
+    }
+    WaitForSingleObject(thread_, INFINITE);
     CloseHandle(thread_);
     thread_ = NULL_HANDLE;
     ::close(listenFd_);
-    listenFd_ = -1;
+    ::close(stopFd_);
+    listenFd_ = stopFd_ = -1;
     ::unlink(path_.c_str());
 }
 
+bool LineServer::awaitInput(int fd) const {
+    pollfd p[2] = {{fd, POLLIN, 0}, {stopFd_, POLLIN, 0}};
+    for (;;) {
+        const int ready = ::poll(p, 2, -1);
+        if (ready < 0 && errno == EINTR) continue;
+        return ready > 0 && p[1].revents == 0;
+    }
+}
+
 void LineServer::serve() {
-    while (!stopping_) {
-        pollfd p{listenFd_, POLLIN, 0};
-        int ready = ::poll(&p, 1, kPollMs);
-        if (ready <= 0) continue;
+    while (awaitInput(listenFd_)) {
         int client = ::accept4(listenFd_, nullptr, nullptr, SOCK_CLOEXEC);
         if (client < 0) continue;
         serveClient(client);
@@ -113,11 +130,7 @@ void LineServer::serve() {
 void LineServer::serveClient(int fd) {
     std::string pending;
     char buffer[512];
-    while (!stopping_) {
-        pollfd p{fd, POLLIN, 0};
-        int ready = ::poll(&p, 1, kPollMs);
-        if (ready == 0) continue;
-        if (ready < 0) return;
+    while (awaitInput(fd)) {
         ssize_t n = ::recv(fd, buffer, sizeof buffer, 0);
         if (n <= 0) return;
         pending.append(buffer, static_cast<std::size_t>(n));

@@ -3,7 +3,6 @@
 // per line in, one answer line out. One thread of the host layer serves it,
 // one client at a time; the socket file is created with mode 0600 and removed
 // when the server stops. Never reachable over the network.
-#include <atomic>
 #include <functional>
 #include <string>
 
@@ -31,11 +30,13 @@ class LineServer {
   private:
     void serve();
     void serveClient(int fd);
+    // Blocks until `fd` has input (or hangs up); false once stop() was called.
+    bool awaitInput(int fd) const;
 
     std::string path_;
     Handler handler_;
     int listenFd_ = -1;
-    std::atomic<bool> stopping_{false};
+    int stopFd_ = -1;  // readable once stop() was called
     HANDLE thread_ = NULL_HANDLE;
 };
 

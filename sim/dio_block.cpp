@@ -23,13 +23,24 @@ class DioInstance final : public host::DeviceInstance {
                    DWORD& error) override {
         (void)out, (void)outSize;
         if (returned) *returned = 0;
-        return block_->ioControl(code, in, inSize, error);
+        if (code == host::IOCTL_DIO_NOTIFY_CHANGES) {
+            HANDLE event = NULL_HANDLE;
+            if (!in || inSize < sizeof event) {
+                error = ERROR_INVALID_PARAMETER;
+                return false;
+            }
+            std::memcpy(&event, in, sizeof event);
+            block_->notifyChanges(this, event);
+            return true;
+        }
+        return block_->ioControl(code, in, inSize, error, this);
     }
+    void close() override { block_->notifyChanges(this, NULL_HANDLE); }
     bool read(void* buffer, DWORD size, DWORD* done, DWORD& error) override {
         return block_->read(buffer, size, done, error);
     }
     bool write(const void* buffer, DWORD size, DWORD* done, DWORD& error) override {
-        return block_->write(buffer, size, done, error);
+        return block_->write(buffer, size, done, error, this);
     }
 
   private:
@@ -62,28 +73,35 @@ DioBlock::~DioBlock() {
 
 void DioBlock::setInput(int line, bool level) {
     if (line < 0 || line >= lineCount) return;
-    DWORD edges;
-    {
-        std::lock_guard<std::mutex> lock(mutex_);
-        edges = applyInputs(level ? inputs_ | bitOf(line) : inputs_ & ~bitOf(line));
-    }
-    report(edges);
+    std::unique_lock<std::mutex> lock(mutex_);
+    applyInputs(level ? inputs_ | bitOf(line) : inputs_ & ~bitOf(line), lock);
 }
 
 void DioBlock::setInputs(DWORD levels) {
-    DWORD edges;
-    {
-        std::lock_guard<std::mutex> lock(mutex_);
-        edges = applyInputs(levels);
-    }
-    report(edges);
+    std::unique_lock<std::mutex> lock(mutex_);
+    applyInputs(levels, lock);
 }
 
-DWORD DioBlock::applyInputs(DWORD newInputs) {
+void DioBlock::applyInputs(DWORD newInputs, std::unique_lock<std::mutex>& lock) {
+    const DWORD before = levelsLocked();
     const DWORD rose = ~inputs_ & newInputs;
     const DWORD fell = inputs_ & ~newInputs;
     inputs_ = newInputs;
-    return ((rose & rising_) | (fell & falling_)) & ~mask_ & ~direction_;
+    const DWORD edges = ((rose & rising_) | (fell & falling_)) & ~mask_ & ~direction_;
+    if (levelsLocked() != before) noticeChange();
+    lock.unlock();
+    report(edges);
+}
+
+void DioBlock::notifyChanges(const void* owner, HANDLE event) {
+    std::lock_guard<std::mutex> lock(mutex_);
+    std::erase_if(watchers_, [owner](const auto& watcher) { return watcher.first == owner; });
+    if (event != NULL_HANDLE) watchers_.emplace_back(owner, event);
+}
+
+void DioBlock::noticeChange(const void* by) {
+    for (const auto& [owner, event] : watchers_)
+        if (owner != by) host::SetEvent(event);
 }
 
 void DioBlock::report(DWORD lines) {
@@ -112,7 +130,7 @@ DWORD DioBlock::inputs() const {
 
 DWORD DioBlock::levels() const {
     std::lock_guard<std::mutex> lock(mutex_);
-    return (outputs_ & direction_) | (inputs_ & ~direction_);
+    return levelsLocked();
 }
 
 DWORD DioBlock::outputs() const {
@@ -161,6 +179,7 @@ int DioBlock::directionRequests() const {
 
 void DioBlock::failReads(bool fail) {
     std::lock_guard<std::mutex> lock(mutex_);
+    if (failReads_ != fail) noticeChange();
     failReads_ = fail;
 }
 
@@ -176,13 +195,13 @@ bool DioBlock::read(void* buffer, DWORD size, DWORD* done, DWORD& error) {
         error = ERROR_GEN_FAILURE;
         return false;
     }
-    const DWORD levels = (outputs_ & direction_) | (inputs_ & ~direction_);
+    const DWORD levels = levelsLocked();
     std::memcpy(buffer, &levels, sizeof levels);
     if (done) *done = sizeof levels;
     return true;
 }
 
-bool DioBlock::write(const void* buffer, DWORD size, DWORD* done, DWORD& error) {
+bool DioBlock::write(const void* buffer, DWORD size, DWORD* done, DWORD& error, const void* by) {
     if (done) *done = 0;
     if (!buffer || size < sizeof(DWORD)) {
         error = ERROR_INVALID_PARAMETER;
@@ -190,12 +209,14 @@ bool DioBlock::write(const void* buffer, DWORD size, DWORD* done, DWORD& error) 
     }
     std::lock_guard<std::mutex> lock(mutex_);
     ++writes_;
+    const DWORD before = levelsLocked();
     std::memcpy(&outputs_, buffer, sizeof outputs_);
+    if (levelsLocked() != before) noticeChange(by);
     if (done) *done = sizeof outputs_;
     return true;
 }
 
-bool DioBlock::ioControl(DWORD code, const void* in, DWORD inSize, DWORD& error) {
+bool DioBlock::ioControl(DWORD code, const void* in, DWORD inSize, DWORD& error, const void* by) {
     auto word = [in](int i) {
         DWORD value;
         std::memcpy(&value, static_cast<const BYTE*>(in) + i * sizeof(DWORD), sizeof value);
@@ -208,11 +229,14 @@ bool DioBlock::ioControl(DWORD code, const void* in, DWORD inSize, DWORD& error)
     };
     std::lock_guard<std::mutex> lock(mutex_);
     switch (code) {
-        case host::IOCTL_DIO_SET_DIRECTION:
+        case host::IOCTL_DIO_SET_DIRECTION: {
             if (!needWords(1)) return false;
             ++directionRequests_;
+            const DWORD before = levelsLocked();
             direction_ = word(0);
+            if (levelsLocked() != before) noticeChange(by);
             return true;
+        }
         case host::IOCTL_DIO_MASK_INTERRUPTS:
             if (!needWords(1)) return false;
             mask_ = word(0);

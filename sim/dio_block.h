@@ -3,10 +3,13 @@
 // Each line is an input (its level is set from outside, by a test or a
 // person) or an output (its level is what the program last wrote). Reads
 // answer the level of every line; an armed input line reports its edges by
-// setting the named event "DIOInt<line>".
+// setting the named event "DIOInt<line>". An open instance may also ask to
+// hear of every change of what a read answers, so its reader need not poll.
 #include <memory>
 #include <mutex>
 #include <string>
+#include <utility>
+#include <vector>
 
 #include "platform/win_types.h"
 
@@ -49,14 +52,26 @@ class DioBlock {
 
     // --- The driver side (used by the stream driver's open instances).
     bool read(void* buffer, DWORD size, DWORD* done, DWORD& error);
-    bool write(const void* buffer, DWORD size, DWORD* done, DWORD& error);
-    bool ioControl(DWORD code, const void* in, DWORD inSize, DWORD& error);
+    // `by`: the open instance making the request, if any.
+    bool write(const void* buffer, DWORD size, DWORD* done, DWORD& error, const void* by = nullptr);
+    bool ioControl(DWORD code, const void* in, DWORD inSize, DWORD& error,
+                   const void* by = nullptr);
+    // The change notice of one open instance (`owner`): `event` is set after
+    // every change of what a read answers that the instance did not make
+    // itself (it knows what it wrote); NULL_HANDLE ends it.
+    void notifyChanges(const void* owner, HANDLE event);
 
   private:
-    // Applies new input levels; answers the lines whose edge must be reported.
-    DWORD applyInputs(DWORD newInputs);
+    // Applies new input levels under `lock`, then (without it) reports the
+    // edges that armed lines must report.
+    void applyInputs(DWORD newInputs, std::unique_lock<std::mutex>& lock);
     void report(DWORD lines);
     HANDLE eventFor(int line);
+    DWORD levelsLocked() const { return (outputs_ & direction_) | (inputs_ & ~direction_); }
+    // Sets the change notices of every instance but `by`. Under the lock: a
+    // woken reader reads only once the change is complete, and no event is
+    // set after its notice ended.
+    void noticeChange(const void* by = nullptr);
 
     mutable std::mutex mutex_;
     DWORD inputs_ = 0;
@@ -66,6 +81,7 @@ class DioBlock {
     DWORD rising_ = 0;
     DWORD falling_ = 0;
     HANDLE events_[lineCount] = {};
+    std::vector<std::pair<const void*, HANDLE>> watchers_;
     int reads_ = 0;
     int writes_ = 0;
     int directionRequests_ = 0;

@@ -10,6 +10,7 @@
 
 using panel_test::advanceUntil;
 using panel_test::DigitalRecorder;
+using panel_test::eventually;
 
 namespace {
 
@@ -17,40 +18,14 @@ class DioDriverTest : public panel_test::ManualClockTest {
   protected:
     ~DioDriverTest() override { sim::uninstallDioBlock(); }
 
-    // Lets the driver poll until it has read the device `rounds` more times;
-    // by then every round before the last has been handled completely.
-    void pollRounds(int rounds) {
-        const int target = block_->reads() + rounds;
-        ASSERT_TRUE(advanceUntil(*clock_, 10, [&] { return block_->reads() >= target; }));
-    }
-
     std::shared_ptr<sim::DioBlock> block_ = sim::installDioBlock();
 };
 
-TEST_F(DioDriverTest, StartsBySendingTheDirectionOfNoOutputs) {
+TEST_F(DioDriverTest, StartsWithNoOutputsThenOutputSetsItsDirectionBitAndInputClearsIt) {
     DioDriver driver;
     EXPECT_TRUE(driver.isRunning());
-    EXPECT_EQ(driver.name(), L"DIO1:");
-    EXPECT_EQ(driver.period(), 10u);
     EXPECT_EQ(block_->directionRequests(), 1);
     EXPECT_EQ(block_->direction(), 0u);
-}
-
-TEST_F(DioDriverTest, RegisterPointOutsideTheLinesOrWithoutPointChangesNothing) {
-    DioDriver driver;
-    DigitalOutput output(0, nullptr);
-    const int requests = block_->directionRequests();
-    driver.registerPoint(&output, 32);
-    driver.registerPoint(&output, -1);
-    driver.registerPoint(nullptr, 4);
-    EXPECT_EQ(block_->directionRequests(), requests);
-    EXPECT_EQ(driver.direction(), 0u);
-    for (int line = 0; line < DioDriver::lineCount; ++line)
-        EXPECT_EQ(driver.pointAt(line), nullptr);
-}
-
-TEST_F(DioDriverTest, OutputSetsItsDirectionBitAndInputClearsIt) {
-    DioDriver driver;
     DigitalOutput at19(19, &driver);
     DigitalOutput at3(3, &driver);
     EXPECT_EQ(block_->direction(), (1u << 19) | (1u << 3));
@@ -75,16 +50,23 @@ TEST_F(DioDriverTest, OutputsWriteTheirLineAndKeepTheOthers) {
     EXPECT_EQ(driver.outputs(), 1u << 30);
 }
 
-TEST_F(DioDriverTest, WritesForInputsOrUnknownPointsAreIgnored) {
+TEST_F(DioDriverTest, PointsOutsideTheLinesAndWritesForInputsOrUnknownPointsAreIgnored) {
     DioDriver driver;
     DigitalInput input;
     DigitalOutput stranger(0, nullptr);
     driver.registerPoint(&input, 6);
+    const int requests = block_->directionRequests();
     const int writes = block_->writes();
+    driver.registerPoint(&stranger, 32);
+    driver.registerPoint(&stranger, -1);
+    driver.registerPoint(nullptr, 4);
     driver.write(true, &input);
     driver.write(true, &stranger);
+    EXPECT_EQ(block_->directionRequests(), requests);
     EXPECT_EQ(block_->writes(), writes);
+    EXPECT_EQ(driver.direction(), 0u);
     EXPECT_EQ(driver.outputs(), 0u);
+    EXPECT_EQ(driver.pointAt(4), nullptr);
 }
 
 TEST_F(DioDriverTest, LineChangeReachesListenersThroughTheUpdater) {
@@ -103,16 +85,20 @@ TEST_F(DioDriverTest, LineChangeReachesListenersThroughTheUpdater) {
     EXPECT_EQ(recorder.levels.values(), (std::vector<bool>{true, false}));
 }
 
-TEST_F(DioDriverTest, InputWithoutHistoryHearsWithinThePoll) {
+// After its first round (at tick 1000) an idle driver reads only for a
+// change, at the next instant of its 10 ms raster.
+TEST_F(DioDriverTest, InputWithoutHistoryHearsOnTheNextRoundAfterAnyIdleTime) {
     DigitalRecorder recorder;
     DioDriver driver;
     DigitalInput input(0, 30000, true);
     input.addListener(&recorder);
     driver.registerPoint(&input, 7);
-    const DWORD start = clock_->tickCount();
+    ASSERT_TRUE(eventually([&] { return block_->reads() == 1; }));
+    clock_->advance(1005);
     block_->setInput(7, true);
-    ASSERT_TRUE(advanceUntil(*clock_, 10, [&] { return recorder.levels.count() == 1; }));
-    EXPECT_LT(clock_->tickCount() - start, 30000u);
+    ASSERT_TRUE(advanceUntil(*clock_, 1, [&] { return recorder.levels.count() == 1; }));
+    EXPECT_GE(clock_->tickCount(), 2010u);
+    EXPECT_EQ(block_->reads(), 2);
 }
 
 TEST_F(DioDriverTest, ChangeOnLineNineNotifiesNothing) {
@@ -124,8 +110,8 @@ TEST_F(DioDriverTest, ChangeOnLineNineNotifiesNothing) {
     driver.registerPoint(&at9, 9);
     driver.registerPoint(&at1, 1);
     block_->setInput(9, true);
-    pollRounds(3);
-    EXPECT_EQ(driver.lastBits() & (1u << 9), 1u << 9);  // seen, but not examined
+    // Seen (the round has ended), but not examined.
+    ASSERT_TRUE(advanceUntil(*clock_, 10, [&] { return driver.lastBits() == 1u << 9; }));
     EXPECT_EQ(recorder.levels.count(), 0u);
     EXPECT_FALSE(at1.hasEvents());
 }
@@ -136,21 +122,12 @@ TEST_F(DioDriverTest, FailedReadIsNotTakenForAChange) {
     driver.registerPoint(&input, 0);
     block_->setInput(0, true);
     block_->failReads(true);
-    pollRounds(3);
+    const int threeRounds = block_->reads() + 3;
+    ASSERT_TRUE(advanceUntil(*clock_, 10, [&] { return block_->reads() >= threeRounds; }));
     EXPECT_FALSE(input.hasEvents());
     block_->failReads(false);
     ASSERT_TRUE(advanceUntil(*clock_, 10, [&] { return input.hasEvents(); }));
     EXPECT_EQ(input.queuedCount(), 1u);
-}
-
-TEST_F(DioDriverTest, DestroyedPointIsNoLongerFed) {
-    DioDriver driver;
-    auto input = std::make_unique<DigitalInput>(1);
-    driver.registerPoint(input.get(), 4);
-    input.reset();
-    EXPECT_EQ(driver.pointAt(4), nullptr);
-    block_->setInput(4, true);
-    pollRounds(3);  // must not touch the freed point
 }
 
 TEST_F(DioDriverTest, DriverMayGoBeforeItsPoints) {
@@ -164,16 +141,19 @@ TEST_F(DioDriverTest, DriverMayGoBeforeItsPoints) {
     EXPECT_EQ(led.driver(), nullptr);
 }
 
-TEST_F(DioDriverTest, PointReplacedAtItsLineIsLeftAlone) {
+TEST_F(DioDriverTest, DestroyedPointIsNoLongerFedAndLeavesItsReplacementAlone) {
     DioDriver driver;
+    auto gone = std::make_unique<DigitalInput>(1);
     auto first = std::make_unique<DigitalInput>(1);
     DigitalInput second(1);
+    driver.registerPoint(gone.get(), 4);
     driver.registerPoint(first.get(), 2);
     driver.registerPoint(&second, 2);
-    EXPECT_EQ(driver.pointAt(2), &second);
+    gone.reset();
     first.reset();
+    EXPECT_EQ(driver.pointAt(4), nullptr);
     EXPECT_EQ(driver.pointAt(2), &second);
-    block_->setInput(2, true);
+    block_->setInputs((1u << 4) | (1u << 2));  // the round must not touch the freed points
     ASSERT_TRUE(advanceUntil(*clock_, 10, [&] { return second.hasEvents(); }));
 }
 
@@ -191,14 +171,14 @@ TEST_F(DioDriverTest, WithoutTheDeviceTheThreadStopsAndWritesFailSilently) {
 
 TEST_F(DioDriverTest, StopsPromptlyAndClosesTheDevice) {
     auto driver = std::make_unique<DioDriver>();
-    pollRounds(1);
+    ASSERT_TRUE(eventually([&] { return block_->reads() == 1; }));  // idle from here
     const auto before = std::chrono::steady_clock::now();
     driver->halt();
     EXPECT_FALSE(driver->isRunning());
     EXPECT_LT(std::chrono::steady_clock::now() - before, std::chrono::seconds(2));
-    const int reads = block_->reads();
+    block_->setInput(0, true);  // no longer heard
     clock_->advance(100);
-    EXPECT_EQ(block_->reads(), reads);
+    EXPECT_EQ(block_->reads(), 1);
     DioDriver next;
     EXPECT_TRUE(next.isRunning());
 }

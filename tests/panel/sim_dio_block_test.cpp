@@ -1,6 +1,9 @@
 // The simulated "DIO1:" block as the program's requests see it.
 #include <gtest/gtest.h>
 
+#include <functional>
+#include <utility>
+
 #include "panel_test_support.h"
 #include "platform/devices.h"
 #include "platform/dio_spi.h"
@@ -82,16 +85,31 @@ TEST_F(SimDioBlockTest, ArmedLineSeventeenRaisesItsNamedEvent) {
     block_->setInput(16, true);  // masked and not armed
     block_->setInput(17, true);
     EXPECT_EQ(host::WaitForSingleObject(event, 0), WAIT_OBJECT_0);
-    host::CloseHandle(event);
-}
-
-TEST_F(SimDioBlockTest, MaskedLineDoesNotReport) {
-    ASSERT_TRUE(request(host::IOCTL_DIO_ARM_INTERRUPTS, {0x00020000, 2}));
     ASSERT_TRUE(request(host::IOCTL_DIO_MASK_INTERRUPTS, {0xFFFFFFFF}));
-    const HANDLE event = host::CreateEventW(false, false, L"DIOInt17");
+    block_->setInput(17, false);
     block_->setInput(17, true);
     EXPECT_EQ(host::WaitForSingleObject(event, 0), WAIT_TIMEOUT);
     host::CloseHandle(event);
+}
+
+// The notice lets a reader sleep while nothing it could read has changed.
+TEST_F(SimDioBlockTest, ChangeNoticeFollowsWhatAReadAnswersButNotItsOwnRequests) {
+    HANDLE changed = host::CreateEventW(false, false, nullptr);
+    ASSERT_TRUE(host::DeviceIoControl(device_, host::IOCTL_DIO_NOTIFY_CHANGES, &changed,
+                                      sizeof changed, nullptr, 0, nullptr));
+    const DWORD line3 = 1u << 3;
+    const std::pair<std::function<void()>, bool> steps[] = {
+        {[&] { block_->setInput(3, true); }, true},
+        {[&] { block_->setInput(3, true); }, false},
+        {[&] { request(host::IOCTL_DIO_SET_DIRECTION, {line3}); }, false},  // its own request
+        {[&] { host::WriteFile(device_, &line3, 4, nullptr); }, false},     // its own write
+        {[&] { block_->failReads(true); }, true},
+    };
+    for (const auto& [step, noticed] : steps) {
+        step();
+        EXPECT_EQ(host::WaitForSingleObject(changed, 0) == WAIT_OBJECT_0, noticed);
+    }
+    host::CloseHandle(changed);
 }
 
 }  // namespace
