@@ -54,7 +54,7 @@ UsbCtlr::~UsbCtlr() = default;  // destroys the link, which closes the driver ha
 
 dspStatus UsbCtlr::getBoardDetail() {
     if (!link) return dspNoUsbComm;
-    std::lock_guard<CommPolicy> guard(*link);
+    host::LockGuard guard(*link);
     std::vector<BYTE> message(dsplink::kFrameBufferSize, 0);
     message[0] = kDeviceBoardInfo;
     message[1] = kBoardInfoRead;
@@ -77,7 +77,7 @@ dspStatus UsbCtlr::getBoardDetail() {
 
 dspStatus UsbCtlr::writeBoardDetail(const std::array<std::uint32_t, 8>& words) {
     if (!link) return dspNoUsbComm;
-    std::lock_guard<CommPolicy> guard(*link);
+    host::LockGuard guard(*link);
     boardDetail.serial = words[0];
     boardDetail.info1 = words[1];
     boardDetail.info3 = words[3];
@@ -196,7 +196,7 @@ dspStatus UsbCtlr::atomicGet(std::uint32_t opcode, const BYTE* data, int length,
 
 dspStatus UsbCtlr::getStatus(BYTE* detail) {
     if (!link) return dspNoUsbComm;
-    std::lock_guard<CommPolicy> guard(*link);
+    host::LockGuard guard(*link);
     if (!isCofVersionAccepted()) return dspWrongCofVersion;
 
     std::array<BYTE, kStatusReadSize> block{};
@@ -225,7 +225,7 @@ dspStatus UsbCtlr::boot() {
     if (!link) return dspNoUsbComm;
     // Held for the whole boot so that a registry check of this board waits
     // instead of finding the DSP half-loaded and retiring it.
-    std::lock_guard<CommPolicy> guard(*link);
+    host::LockGuard guard(*link);
     flashed = false;
     cofMajor = kUnknownVersion;
     const dspStatus s = link->boot();

@@ -128,15 +128,16 @@ class UsbCtlr : public LinkOwner {
     static int GetCtlrCount();
     // In index order: analog, T1, RF, then Ethernet boards; null out of range.
     static UsbCtlr* GetCtlr(int index);
-    // Per-kind access, with and without taking registryLock.
+    // Per-kind access, taking registryLock, or (Unlocked) from a caller that
+    // holds it already.
     static T1Ctlr* GetT1Ctlr(int index);
-    static T1Ctlr* GetT1CtlrUnlocked(int index);
+    static T1Ctlr* GetT1CtlrUnlocked(int index) REQUIRES(*registryLock);
     static EthernetCtlr* GetEthernetCtlr(int index);
-    static EthernetCtlr* GetEthernetCtlrUnlocked(int index);
+    static EthernetCtlr* GetEthernetCtlrUnlocked(int index) REQUIRES(*registryLock);
     static RFCtlr* GetRFCtlr(int index);
-    static RFCtlr* GetRFCtlrUnlocked(int index);
+    static RFCtlr* GetRFCtlrUnlocked(int index) REQUIRES(*registryLock);
     static AnalogCtlr* GetAnalogCtlr(int index);
-    static AnalogCtlr* GetAnalogCtlrUnlocked(int index);
+    static AnalogCtlr* GetAnalogCtlrUnlocked(int index) REQUIRES(*registryLock);
     // Retired controllers not yet deleted.
     static int GetDeadCtlrCount();
     // A client session binds itself to a controller for its lifetime. The
@@ -166,7 +167,7 @@ class UsbCtlr : public LinkOwner {
     static void WaitForDeviceChangeThreads();
     // The orderly end: deletes every controller, closes the log file and
     // leaves the registry locked for good.
-    static void Shutdown();
+    static void Shutdown() NO_THREAD_SAFETY_ANALYSIS;
     // Deletes every controller and forgets earlier scans, without locking
     // the registry for good: lets several test cases share one process.
     static void ResetRegistry();
@@ -195,27 +196,30 @@ class UsbCtlr : public LinkOwner {
     static std::uint16_t le16(const std::vector<BYTE>& bytes, std::size_t offset);
     static std::uint32_t le32(const std::vector<BYTE>& bytes, std::size_t offset);
 
-    // ---- Registry state, guarded by registryLock. The registry owns every
-    // controller in these arrays; each is in exactly one.
-    static NoDestructor<std::vector<std::unique_ptr<T1Ctlr>>> T1Ctlrs;
-    static NoDestructor<std::vector<std::unique_ptr<EthernetCtlr>>> EthernetCtlrs;
-    static NoDestructor<std::vector<std::unique_ptr<RFCtlr>>> RFCtlrs;
-    static NoDestructor<std::vector<std::unique_ptr<AnalogCtlr>>> AnalogCtlrs;
-    static NoDestructor<std::vector<std::unique_ptr<UsbCtlr>>> DeadCtlrs;
-    static bool enumActive;
-    static DWORD lastEnumTick;
+    // ---- Registry state. The registry owns every controller in these
+    // arrays; each is in exactly one.
+    static NoDestructor<std::vector<std::unique_ptr<T1Ctlr>>> T1Ctlrs GUARDED_BY(*registryLock);
+    static NoDestructor<std::vector<std::unique_ptr<EthernetCtlr>>> EthernetCtlrs
+        GUARDED_BY(*registryLock);
+    static NoDestructor<std::vector<std::unique_ptr<RFCtlr>>> RFCtlrs GUARDED_BY(*registryLock);
+    static NoDestructor<std::vector<std::unique_ptr<AnalogCtlr>>> AnalogCtlrs
+        GUARDED_BY(*registryLock);
+    static NoDestructor<std::vector<std::unique_ptr<UsbCtlr>>> DeadCtlrs GUARDED_BY(*registryLock);
+    static bool enumActive GUARDED_BY(*registryLock);
+    static DWORD lastEnumTick GUARDED_BY(*registryLock);
     // Set by OnDeviceChange, which a link calls with its own lock held, so
     // it has a lock of its own instead of registryLock.
     static NoDestructor<std::function<void()>> afterEnumCallback;
     static NoDestructor<std::mutex> afterEnumMutex;
 
     template <class Kind>
-    static void appendCtlr(std::vector<std::unique_ptr<Kind>>& array, std::unique_ptr<Kind> ctlr) {
+    static void appendCtlr(std::vector<std::unique_ptr<Kind>>& array, std::unique_ptr<Kind> ctlr)
+        REQUIRES(*registryLock) {
         array.push_back(std::move(ctlr));
         updateCtlrCount();
     }
-    // Re-counts the four kind arrays (registryLock held).
-    static void updateCtlrCount();
+    // Re-counts the four kind arrays.
+    static void updateCtlrCount() REQUIRES(*registryLock);
 
   private:
     friend struct Registry;
