@@ -166,7 +166,7 @@ class UsbCtlr : public LinkOwner {
     // Blocks until no device-change thread runs (for orderly ends and tests).
     static void WaitForDeviceChangeThreads();
     // The orderly end: deletes every controller, closes the log file and
-    // leaves the registry locked for good.
+    // leaves the registry locked for good (so the lock analysis skips it).
     static void Shutdown() NO_THREAD_SAFETY_ANALYSIS;
     // Deletes every controller and forgets earlier scans, without locking
     // the registry for good: lets several test cases share one process.
