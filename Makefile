@@ -3,7 +3,7 @@ JOBS ?= 2
 CMAKE_FLAGS ?=
 TSAN_TESTS ?= .
 
-.PHONY: all deps build test asan tsan bench fuzz clean format format-check run
+.PHONY: all deps build test asan tsan thread-safety bench fuzz clean format format-check run
 
 all: build
 
@@ -30,6 +30,13 @@ tsan: deps
 	cmake --build build-tsan -j$(JOBS)
 	cd build-tsan && TSAN_OPTIONS="halt_on_error=1 suppressions=$(CURDIR)/tests/tsan.supp" ctest --output-on-failure -j$(JOBS) --timeout 600 -R $(TSAN_TESTS)
 
+# Clang's thread-safety analysis (-Wthread-safety -Werror) over every file but
+# the tests (which are not analysed); the analysis needs no code generation, so
+# each file is only parsed.
+thread-safety: deps
+	CXX=clang++ cmake -S . -B build-thread-safety -DCMAKE_BUILD_TYPE=Debug $(CMAKE_FLAGS) >/dev/null
+	scripts/syntax-check.py build-thread-safety $(JOBS) tests
+
 # Telnet and HTTP are mapped to 2323 and 8080, so no privileges are needed.
 RUN_FLAGS ?= --port-map 23=2323 --port-map 80=8080
 
@@ -51,7 +58,7 @@ format-check: deps
 	git ls-files '*.cpp' '*.h' | xargs clang-format --dry-run -Werror
 
 clean:
-	rm -rf build build-asan build-tsan build-fuzz
+	rm -rf build build-asan build-tsan build-fuzz build-thread-safety
 
 # The soak: a unit with four simulated boards for MINUTES under load, board
 # churn and hostile clients; prints growth per hour, requests, wrong replies

@@ -21,6 +21,7 @@
 #include "dsplink/wire.h"
 #include "platform/clock.h"
 #include "platform/files.h"
+#include "platform/sync.h"
 #include "sim/dsp_bus.h"
 
 namespace {
@@ -190,6 +191,7 @@ void BM_BootDownload1MiB(benchmark::State& state) {
     // Nor the start-up watch's status reads, which find nothing changed and
     // would each take the board's pace in real time (about 4 ms in all).
     rig.board->setStatusReadPace(std::chrono::microseconds(0));
+    host::LockGuard held(*rig.link);  // as the board controller holds it for a boot
     for (auto _ : state) {
         if (rig.link->boot() != dspOk) {
             state.SkipWithError("boot failed");

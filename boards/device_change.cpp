@@ -58,7 +58,7 @@ HANDLE UsbCtlr::StartDeviceChangeThread() {
 void UsbCtlr::DeviceChangeThreadCallback() {
     host::WSADATA socketData{};
     host::WSAStartup(0x0202, &socketData);
-    std::lock_guard<host::CriticalSection> registry(*registryLock);
+    host::LockGuard registry(*registryLock);
     EnumDevices(false, true, false);
     std::function<void()> callback;
     {

@@ -24,14 +24,14 @@ struct LogFile {
     }
 };
 
-std::unique_ptr<LogFile> logFile;
-int linesSinceSizeCheck = 0;
+std::unique_ptr<LogFile> logFile GUARDED_BY(logLock());
+int linesSinceSizeCheck GUARDED_BY(logLock()) = 0;
 
 std::wstring logPath() {
     return logFolder + L"\\" + kLogName;
 }
 
-void openLogFile() {
+void openLogFile() REQUIRES(logLock()) {
     logFile = std::make_unique<LogFile>();
     DWORD attributes = host::GetFileAttributesW(logFolder.c_str());
     if (attributes == host::INVALID_FILE_ATTRIBUTES ||
@@ -50,7 +50,7 @@ host::CriticalSection& logLock() {
 }
 
 void LogError(std::wstring msg) {
-    std::lock_guard<host::CriticalSection> guard(logLock());
+    host::LockGuard guard(logLock());
     try {
         host::SYSTEMTIME now{};
         host::GetLocalTime(&now);
@@ -75,7 +75,7 @@ void LogError(std::wstring msg) {
 namespace eventlog {
 
 void ManageLogSize() {
-    std::lock_guard<host::CriticalSection> guard(logLock());
+    host::LockGuard guard(logLock());
     try {
         if (!logFile) return;
         DWORD size = host::GetFileSize(logFile->handle);
@@ -93,7 +93,7 @@ void ManageLogSize() {
 }  // namespace eventlog
 
 void closeLogFileForShutdown() {
-    std::lock_guard<host::CriticalSection> guard(logLock());
+    host::LockGuard guard(logLock());
     logFile.reset();
 }
 

@@ -9,15 +9,16 @@
 extern const std::wstring logFolder;      // "\FlashFx Disk2\Orvane\Users\Admin\SystemLogs"
 extern const std::wstring installFolder;  // "\Program Files\Orvane Instruments\480"
 
-// Appends one line; never throws, never stops the caller.
+// Appends one line; never throws, never stops the caller. Callable under any
+// other lock, as the log's lock is the innermost of the process.
 void LogError(std::wstring msg);
 // The text of the calling thread's last system error.
 std::wstring FormatError();
 
 // The log's recursive lock: always the innermost lock of the process.
 host::CriticalSection& logLock();
-// Closes the log file without taking the lock: the last step of the orderly
-// end (the board registry's shutdown). A later LogError reopens the file.
+// Closes the log file: the last step of the orderly end (the board
+// registry's shutdown). A later LogError reopens the file.
 void closeLogFileForShutdown();
 
 namespace eventlog {

@@ -26,7 +26,7 @@ class UnknownCtlr final : public UsbCtlr {
     // registryLock. The new controller joins its kind's array as soon as its
     // constructor has finished, so the registry only ever owns complete
     // controllers.
-    UsbCtlr* createKindCtlr(bool bootIfAlive, bool flashAfterBoot);
+    UsbCtlr* createKindCtlr(bool bootIfAlive, bool flashAfterBoot) REQUIRES(*registryLock);
 
     // Serial numbers outside every range make T1 boards.
     const bool assumeT1;
@@ -34,5 +34,6 @@ class UnknownCtlr final : public UsbCtlr {
   private:
     template <class Kind>
     Kind* adoptAs(std::vector<std::unique_ptr<Kind>>& array, std::uint32_t serial,
-                  bool checkDuplicate, bool bootIfAlive, bool flashAfterBoot);
+                  bool checkDuplicate, bool bootIfAlive, bool flashAfterBoot)
+        REQUIRES(*registryLock);
 };

@@ -49,7 +49,7 @@ UsbCtlr::~UsbCtlr() = default;  // destroys the link, which closes the driver ha
 
 dspStatus UsbCtlr::getBoardDetail() {
     if (!link) return dspNoUsbComm;
-    std::lock_guard<CommPolicy> guard(*link);
+    host::LockGuard guard(*link);
     std::vector<BYTE> message(dsplink::kFrameBufferSize, 0);
     wire::putFrameHeader(message, wire::kDeviceBoardDetail, wire::kBoardDetailRead, 0);
     if (link->primitiveSendData(message.data(), wire::kFrameHeader) != dspOk)
@@ -68,7 +68,7 @@ dspStatus UsbCtlr::getBoardDetail() {
 
 dspStatus UsbCtlr::writeBoardDetail(const std::array<std::uint32_t, 8>& words) {
     if (!link) return dspNoUsbComm;
-    std::lock_guard<CommPolicy> guard(*link);
+    host::LockGuard guard(*link);
     boardDetail.serial = words[0];
     boardDetail.info1 = words[1];
     boardDetail.info3 = words[3];
@@ -185,7 +185,7 @@ dspStatus UsbCtlr::atomicGet(std::uint32_t opcode, const BYTE* data, int length,
 
 dspStatus UsbCtlr::getStatus(BYTE* detail) {
     if (!link) return dspNoUsbComm;
-    std::lock_guard<CommPolicy> guard(*link);
+    host::LockGuard guard(*link);
     if (!isCofVersionAccepted()) return dspWrongCofVersion;
 
     std::array<BYTE, kStatusReadSize> block{};
@@ -215,7 +215,7 @@ dspStatus UsbCtlr::boot() {
     if (!link) return dspNoUsbComm;
     // Held for the whole boot so that a registry check of this board waits
     // instead of finding the DSP half-loaded and retiring it.
-    std::lock_guard<CommPolicy> guard(*link);
+    host::LockGuard guard(*link);
     flashed = false;
     cofMajor = kUnknownVersion;
     const dspStatus s = link->boot();

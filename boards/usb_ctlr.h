@@ -161,8 +161,8 @@ class UsbCtlr : public LinkOwner {
     // Blocks until no device-change thread runs (for orderly ends and tests).
     static void WaitForDeviceChangeThreads();
     // The orderly end: deletes every controller, closes the log file and
-    // leaves the registry locked for good.
-    static void Shutdown();
+    // leaves the registry locked for good (so the lock analysis skips it).
+    static void Shutdown() NO_THREAD_SAFETY_ANALYSIS;
     // Deletes every controller and forgets earlier scans, without locking
     // the registry for good: lets several test cases share one process.
     static void ResetRegistryForTest();
@@ -188,27 +188,30 @@ class UsbCtlr : public LinkOwner {
     // The detail after making sure it has been read.
     BoardDetail currentDetail();
 
-    // ---- Registry state, guarded by registryLock. The registry owns every
-    // controller in these arrays; each is in exactly one.
-    static NoDestructor<std::vector<std::unique_ptr<T1Ctlr>>> T1Ctlrs;
-    static NoDestructor<std::vector<std::unique_ptr<EthernetCtlr>>> EthernetCtlrs;
-    static NoDestructor<std::vector<std::unique_ptr<RFCtlr>>> RFCtlrs;
-    static NoDestructor<std::vector<std::unique_ptr<AnalogCtlr>>> AnalogCtlrs;
-    static NoDestructor<std::vector<std::unique_ptr<UsbCtlr>>> DeadCtlrs;
-    static bool enumActive;
-    static DWORD lastEnumTick;
+    // ---- Registry state. The registry owns every controller in these
+    // arrays; each is in exactly one.
+    static NoDestructor<std::vector<std::unique_ptr<T1Ctlr>>> T1Ctlrs GUARDED_BY(*registryLock);
+    static NoDestructor<std::vector<std::unique_ptr<EthernetCtlr>>> EthernetCtlrs
+        GUARDED_BY(*registryLock);
+    static NoDestructor<std::vector<std::unique_ptr<RFCtlr>>> RFCtlrs GUARDED_BY(*registryLock);
+    static NoDestructor<std::vector<std::unique_ptr<AnalogCtlr>>> AnalogCtlrs
+        GUARDED_BY(*registryLock);
+    static NoDestructor<std::vector<std::unique_ptr<UsbCtlr>>> DeadCtlrs GUARDED_BY(*registryLock);
+    static bool enumActive GUARDED_BY(*registryLock);
+    static DWORD lastEnumTick GUARDED_BY(*registryLock);
     // Set by OnDeviceChange, which a link calls with its own lock held, so
     // it has a lock of its own instead of registryLock.
     static NoDestructor<std::function<void()>> afterEnumCallback;
     static NoDestructor<std::mutex> afterEnumMutex;
 
     template <class Kind>
-    static void appendCtlr(std::vector<std::unique_ptr<Kind>>& array, std::unique_ptr<Kind> ctlr) {
+    static void appendCtlr(std::vector<std::unique_ptr<Kind>>& array, std::unique_ptr<Kind> ctlr)
+        REQUIRES(*registryLock) {
         array.push_back(std::move(ctlr));
         updateCtlrCount();
     }
-    // Re-counts the four kind arrays (registryLock held).
-    static void updateCtlrCount();
+    // Re-counts the four kind arrays.
+    static void updateCtlrCount() REQUIRES(*registryLock);
 
   private:
     friend struct Registry;

@@ -11,7 +11,9 @@
 #include "platform/sync.h"
 #include "platform/win_types.h"
 
-class CommPolicy {
+// The link is itself the lock that serialises its exchanges: fields and
+// steps of a whole exchange are GUARDED_BY / REQUIRES(this).
+class CAPABILITY("link lock") CommPolicy {
   public:
     explicit CommPolicy(LinkOwner* owner) : owner(owner) {}
     // Waits for an exchange still in progress before the lock goes away.
@@ -19,8 +21,8 @@ class CommPolicy {
     CommPolicy(const CommPolicy&) = delete;
     CommPolicy& operator=(const CommPolicy&) = delete;
 
-    // Loads and starts the DSP program.
-    virtual dspStatus boot() = 0;
+    // Loads and starts the DSP program; the caller holds the link lock.
+    virtual dspStatus boot() REQUIRES(this) = 0;
 
     // The link's unnamed default operations (these six and the three below).
     // The board controller's and the registry's steps call some of them, and
@@ -48,9 +50,9 @@ class CommPolicy {
     virtual void resumeLink() {}
     virtual bool linkHealthy() { return true; }
 
-    // The link lock (recursive). Usable with std::lock_guard.
-    void lock();
-    void unlock();
+    // The link lock (recursive). Hold it with host::LockGuard.
+    void lock() ACQUIRE();
+    void unlock() RELEASE();
 
     void setOwner(LinkOwner* newOwner) { owner = newOwner; }
     LinkOwner* getOwner() const { return owner; }

@@ -30,7 +30,7 @@ class CommPolicy_USB : public CommPolicy {
     CommPolicy_USB(LinkOwner* owner, HANDLE handle);
     ~CommPolicy_USB() override;
 
-    dspStatus boot() override;
+    dspStatus boot() REQUIRES(this) override;
     void setLinkMode(DWORD mode) override { linkMode = mode; }
 
     dspStatus primitiveGetStatus(BYTE* buffer, DWORD* size) override;
@@ -50,33 +50,34 @@ class CommPolicy_USB : public CommPolicy {
     void releaseDevice();
 
     // Handshake steps; the caller holds the link lock.
-    dspStatus privateSendData(BYTE opcode, const BYTE* data, int length);
-    dspStatus waitForStatusOrTimeout(BYTE expected);
-    dspStatus privateGetData(BYTE replyOpcode, BYTE* reply, int* replyLength);
-    void initSeqNum();
+    dspStatus privateSendData(BYTE opcode, const BYTE* data, int length) REQUIRES(this);
+    dspStatus waitForStatusOrTimeout(BYTE expected) REQUIRES(this);
+    dspStatus privateGetData(BYTE replyOpcode, BYTE* reply, int* replyLength) REQUIRES(this);
+    void initSeqNum() REQUIRES(this);
     void dumpCtrlIn();
     void dumpCtrlOut();
 
-    // Boot loader steps.
-    dspStatus readCoffFile(const std::wstring& path);
-    dspStatus downloadCof();
+    // Boot loader steps (the boot holds the link lock; the frames themselves
+    // use no guarded buffer).
+    dspStatus readCoffFile(const std::wstring& path) REQUIRES(this);
+    dspStatus downloadCof() REQUIRES(this);
     struct ChunkResult {
         dspStatus status = dspOk;
         std::uint32_t nextAddress = 0;  // meaningful only when status is dspOk
     };
-    ChunkResult writeSection(int index, std::uint32_t address);
+    ChunkResult writeSection(int index, std::uint32_t address) REQUIRES(this);
     ChunkResult writeBSTchunk(std::uint32_t address, std::uint32_t numOctets, const BYTE* data);
     dspStatus sendCofStart();
     dspStatus sendCofData(const BYTE* chunk, int length);
     dspStatus sendCofEnd();
 
     // Observers for diagnostics and tests.
-    BYTE sequenceNumber() const { return dspSN; }
-    bool sequenceInitNeeded() const { return needSeqInit; }
+    BYTE sequenceNumber() const REQUIRES(this) { return dspSN; }
+    bool sequenceInitNeeded() const REQUIRES(this) { return needSeqInit; }
     HANDLE deviceHandle() const { return handle.load(); }
     DWORD lastErrorCode() const { return lastError; }
-    const CoffSectionTable& coffSections() const { return sections; }
-    int coffSectionCount() const { return sectionCount; }
+    const CoffSectionTable& coffSections() const REQUIRES(this) { return sections; }
+    int coffSectionCount() const REQUIRES(this) { return sectionCount; }
 
   private:
     enum class Primitive { GetStatus, SendData, GetData };
@@ -85,17 +86,21 @@ class CommPolicy_USB : public CommPolicy {
     void logToOwner(const std::wstring& msg);
     void dumpCopy(const wchar_t* title, const std::vector<BYTE>& copy);
 
-    BYTE dspSN = 1;
-    bool needSeqInit = true;
-    // Sessions call the primitives without the link lock, so the handle is
-    // read and given up atomically.
+    // The state of whole exchanges and boots, which hold the link lock.
+    BYTE dspSN GUARDED_BY(this) = 1;
+    bool needSeqInit GUARDED_BY(this) = true;
+    std::vector<BYTE> txBuf GUARDED_BY(this);
+    std::vector<BYTE> rxBuf GUARDED_BY(this);
+    CoffSectionTable sections GUARDED_BY(this){};
+    int sectionCount GUARDED_BY(this) = 0;
+    // Sessions call the primitives without the link lock (their raw
+    // requests), so what the primitives themselves touch is not guarded by
+    // it: the handle is read and given up atomically, and the raw copies and
+    // the last error are diagnostics only, which a raw request beside an
+    // exchange may overwrite.
     std::atomic<HANDLE> handle;
     std::vector<BYTE> ctrlIn;
     std::vector<BYTE> ctrlOut;
-    std::vector<BYTE> txBuf;
-    std::vector<BYTE> rxBuf;
     DWORD lastError = 0;
-    CoffSectionTable sections{};
-    int sectionCount = 0;
     DWORD linkMode = 2;  // kept for the transport-mode hook; nothing reads it
 };

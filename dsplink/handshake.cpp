@@ -4,7 +4,6 @@
 #include <algorithm>
 #include <cstring>
 #include <limits>
-#include <mutex>
 
 #include "boards/error_log.h"
 #include "dsplink/comm_policy_usb.h"
@@ -36,7 +35,7 @@ int frameSizeFor(int length) {
 }  // namespace
 
 dspStatus CommPolicy_USB::atomicSend(BYTE opcode, const BYTE* data, int length) {
-    std::lock_guard<CommPolicy> guard(*this);
+    host::LockGuard guard(*this);
     if (needSeqInit) initSeqNum();
     dspStatus r = privateSendData(opcode, data, length);
     if (r == dspOk) r = waitForStatusOrTimeout(dspCommandDone);
@@ -45,7 +44,7 @@ dspStatus CommPolicy_USB::atomicSend(BYTE opcode, const BYTE* data, int length) 
 
 dspStatus CommPolicy_USB::atomicGet(BYTE opcode, const BYTE* data, int length, BYTE replyOpcode,
                                     BYTE* reply, int* replyLength) {
-    std::lock_guard<CommPolicy> guard(*this);
+    host::LockGuard guard(*this);
     if (needSeqInit) initSeqNum();
     dspStatus r = privateSendData(opcode, data, length);
     if (r == dspOk) r = waitForStatusOrTimeout(dspResultReady);

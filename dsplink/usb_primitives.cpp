@@ -38,15 +38,15 @@ const wchar_t* primitiveName(int which) {
 
 CommPolicy_USB::CommPolicy_USB(LinkOwner* owner, HANDLE handle)
     : CommPolicy(owner),
+      txBuf(kFrameBufferSize, 0),
+      rxBuf(kFrameBufferSize, 0),
       handle(handle),
       ctrlIn(kCtrlCopyBufferSize, 0),
-      ctrlOut(kCtrlCopyBufferSize, 0),
-      txBuf(kFrameBufferSize, 0),
-      rxBuf(kFrameBufferSize, 0) {}
+      ctrlOut(kCtrlCopyBufferSize, 0) {}
 
 CommPolicy_USB::~CommPolicy_USB() {
     // Let an exchange in progress end before the handle and buffers go.
-    std::lock_guard<CommPolicy> guard(*this);
+    host::LockGuard guard(*this);
     const HANDLE h = handle.exchange(NULL_HANDLE);
     if (h != NULL_HANDLE) {
         LogError(host::wformat(L"CommPolicy_USB::~CommPolicy_USB() about to close handle #%x\n",

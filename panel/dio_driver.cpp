@@ -32,14 +32,14 @@ DioDriver* DioDriver::instance() {
 DioDriver::DioDriver(std::wstring deviceName, DWORD period)
     : IODriver(period), deviceName_(std::move(deviceName)) {
     if (start()) {
-        std::lock_guard<host::CriticalSection> points(pointsLock_);
+        host::LockGuard points(pointsLock_);
         sendDirection();
     }
 }
 
 DioDriver::~DioDriver() {
     halt();
-    std::lock_guard<host::CriticalSection> points(pointsLock_);
+    host::LockGuard points(pointsLock_);
     for (IOPoint*& point : points_) {
         if (point) point->forgetRegistration(this);
         point = nullptr;
@@ -48,7 +48,7 @@ DioDriver::~DioDriver() {
 
 void DioDriver::registerPoint(IOPoint* point, int line) {
     if (!point || line < 0 || line >= lineCount) return;
-    std::lock_guard<host::CriticalSection> points(pointsLock_);
+    host::LockGuard points(pointsLock_);
     const DWORD bit = DWORD{1} << line;
     if (point->isInput())
         direction_ &= ~bit;
@@ -62,7 +62,7 @@ void DioDriver::registerPoint(IOPoint* point, int line) {
 }
 
 void DioDriver::write(bool level, IOPoint* point) {
-    std::lock_guard<host::CriticalSection> points(pointsLock_);
+    host::LockGuard points(pointsLock_);
     for (int line = 0; line < lineCount; ++line) {
         if (points_[line] != point) continue;
         if (!point->isOutput()) return;
@@ -72,7 +72,7 @@ void DioDriver::write(bool level, IOPoint* point) {
         else
             outputs_ &= ~bit;
         // Without a device (it could not be opened) the write fails silently.
-        std::lock_guard<host::CriticalSection> io(ioLock_);
+        host::LockGuard io(ioLock_);
         DWORD written = 0;
         host::WriteFile(handle_, &outputs_, sizeof outputs_, &written);
         return;
@@ -80,7 +80,7 @@ void DioDriver::write(bool level, IOPoint* point) {
 }
 
 void DioDriver::detach(IOPoint* point) {
-    std::lock_guard<host::CriticalSection> points(pointsLock_);
+    host::LockGuard points(pointsLock_);
     for (auto& slot : points_)
         if (slot == point) slot = nullptr;
 }
@@ -92,23 +92,23 @@ void DioDriver::release(IOPoint* point) {
 }
 
 DWORD DioDriver::direction() const {
-    std::lock_guard<host::CriticalSection> points(pointsLock_);
+    host::LockGuard points(pointsLock_);
     return direction_;
 }
 
 DWORD DioDriver::outputs() const {
-    std::lock_guard<host::CriticalSection> points(pointsLock_);
+    host::LockGuard points(pointsLock_);
     return outputs_;
 }
 
 IOPoint* DioDriver::pointAt(int line) const {
     if (line < 0 || line >= lineCount) return nullptr;
-    std::lock_guard<host::CriticalSection> points(pointsLock_);
+    host::LockGuard points(pointsLock_);
     return points_[line];
 }
 
 void DioDriver::sendDirection() {
-    std::lock_guard<host::CriticalSection> io(ioLock_);
+    host::LockGuard io(ioLock_);
     DWORD direction = direction_;
     host::DeviceIoControl(handle_, host::IOCTL_DIO_SET_DIRECTION, &direction, sizeof direction,
                           nullptr, 0, nullptr);
@@ -119,7 +119,7 @@ void DioDriver::run() {
         host::CreateFileW(deviceName_.c_str(), host::GENERIC_READ | host::GENERIC_WRITE, 0,
                           host::OPEN_EXISTING, host::FILE_ATTRIBUTE_NORMAL);
     {
-        std::lock_guard<host::CriticalSection> io(ioLock_);
+        host::LockGuard io(ioLock_);
         handle_ = device;
     }
     // Asked before the constructor returns, so the notice covers every change
@@ -131,7 +131,7 @@ void DioDriver::run() {
     ready();
     if (device == INVALID_HANDLE_VALUE) return;
     pollUntilStopped(device, reportsChanges);
-    std::lock_guard<host::CriticalSection> io(ioLock_);
+    host::LockGuard io(ioLock_);
     host::CloseHandle(handle_);
     handle_ = INVALID_HANDLE_VALUE;
 }
@@ -170,7 +170,7 @@ bool DioDriver::poll(HANDLE device) {
     DWORD levels = 0;
     DWORD read = 0;
     {
-        std::lock_guard<host::CriticalSection> io(ioLock_);
+        host::LockGuard io(ioLock_);
         // A failed or short read is not a change of every line: skip the round.
         if (!host::ReadFile(device, &levels, sizeof levels, &read) || read != sizeof levels)
             return false;
@@ -179,7 +179,7 @@ bool DioDriver::poll(HANDLE device) {
     for (int line = 0; line < watchedLines; ++line) {
         const DWORD bit = DWORD{1} << line;
         if (!(changed & bit)) continue;
-        std::lock_guard<host::CriticalSection> points(pointsLock_);
+        host::LockGuard points(pointsLock_);
         IOPoint* point = points_[line];
         if (point && point->isInput()) point->setValue((levels & bit) ? 1 : 0);
     }

@@ -18,7 +18,7 @@ void IOPoint::shutDown() {
     driver_ = nullptr;
     std::vector<IODriver*> registrations;
     {
-        std::lock_guard<host::CriticalSection> guard(lock_);
+        host::LockGuard guard(lock_);
         registrations.swap(registrations_);
     }
     for (IODriver* driver : registrations) driver->detach(this);
@@ -26,13 +26,13 @@ void IOPoint::shutDown() {
 }
 
 void IOPoint::noteRegistration(IODriver* driver) {
-    std::lock_guard<host::CriticalSection> guard(lock_);
+    host::LockGuard guard(lock_);
     if (std::find(registrations_.begin(), registrations_.end(), driver) == registrations_.end())
         registrations_.push_back(driver);
 }
 
 void IOPoint::forgetRegistration(IODriver* driver) {
-    std::lock_guard<host::CriticalSection> guard(lock_);
+    host::LockGuard guard(lock_);
     std::erase(registrations_, driver);
     if (driver_ == driver && !ownedDriver_) driver_ = nullptr;
 }
@@ -45,7 +45,7 @@ void IOPoint::setValue(int raw) {
 }
 
 bool IOPoint::hasEvents() {
-    std::lock_guard<host::CriticalSection> guard(lock_);
+    host::LockGuard guard(lock_);
     return !history_.empty();
 }
 
@@ -56,7 +56,7 @@ bool IOPoint::hasEvents() {
 // Taken in the same step as the removal, so a value appended meanwhile by
 // another thread cannot slip in between.
 void IOPoint::removeEvent() {
-    std::lock_guard<host::CriticalSection> guard(lock_);
+    host::LockGuard guard(lock_);
     if (history_.empty()) return;
     IOValue removed = history_.front();
     history_.pop_front();
@@ -64,13 +64,13 @@ void IOPoint::removeEvent() {
 }
 
 std::optional<IOValue> IOPoint::currentValue() const {
-    std::lock_guard<host::CriticalSection> guard(lock_);
+    host::LockGuard guard(lock_);
     if (history_.empty()) return std::nullopt;
     return history_.front();
 }
 
 std::size_t IOPoint::queuedCount() const {
-    std::lock_guard<host::CriticalSection> guard(lock_);
+    host::LockGuard guard(lock_);
     return history_.size();
 }
 
@@ -92,7 +92,7 @@ void IOPoint::createUpdater(DWORD period) {
     updater_ = std::make_unique<Updater>(*this, period, [this](IOPointEventListener& listener) {
         std::optional<IOValue> value;
         {
-            std::lock_guard<host::CriticalSection> guard(lock_);
+            host::LockGuard guard(lock_);
             value = dispatched_;
         }
         if (value) notify(listener, *value);
@@ -100,7 +100,7 @@ void IOPoint::createUpdater(DWORD period) {
 }
 
 void IOPoint::append(IOValue value) {
-    std::lock_guard<host::CriticalSection> guard(lock_);
+    host::LockGuard guard(lock_);
     history_.push_back(value);
     const std::size_t keep = static_cast<std::size_t>(std::max(historyDepth_, 1));
     while (history_.size() > keep) history_.pop_front();

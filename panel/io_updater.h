@@ -38,22 +38,22 @@ class IOUpdater {
 
     void addListener(Listener* listener) {
         if (!listener) return;
-        std::lock_guard<host::CriticalSection> guard(listenersLock_);
+        host::LockGuard guard(listenersLock_);
         listeners_.push_back(listener);
     }
     // Removes the first entry equal to `listener`; false when there is none.
     // Waits for a dispatch in progress on another thread, so the caller may
     // destroy the listener as soon as this returns.
     bool removeListener(Listener* listener) {
-        std::lock_guard<host::CriticalSection> dispatching(dispatchLock_);
-        std::lock_guard<host::CriticalSection> guard(listenersLock_);
+        host::LockGuard dispatching(dispatchLock_);
+        host::LockGuard guard(listenersLock_);
         auto it = std::find(listeners_.begin(), listeners_.end(), listener);
         if (it == listeners_.end()) return false;
         listeners_.erase(it);
         return true;
     }
     std::vector<Listener*> listeners() const {
-        std::lock_guard<host::CriticalSection> guard(listenersLock_);
+        host::LockGuard guard(listenersLock_);
         return listeners_;
     }
 
@@ -61,7 +61,7 @@ class IOUpdater {
     // order. One dispatch runs at a time, so listeners never hear about two
     // events at once even when the owner also dispatches from its own thread.
     void dispatch() {
-        std::lock_guard<host::CriticalSection> guard(dispatchLock_);
+        host::LockGuard guard(dispatchLock_);
         while (owner_.hasEvents()) {
             owner_.removeEvent();
             notifyAll();
@@ -69,7 +69,7 @@ class IOUpdater {
     }
     // Tells every listener once, whatever the owner's events.
     void notifyAll() {
-        std::lock_guard<host::CriticalSection> guard(dispatchLock_);
+        host::LockGuard guard(dispatchLock_);
         // A copy, so that a listener may add or remove listeners meanwhile;
         // one removed by an earlier listener is no longer told.
         for (Listener* listener : listeners())
@@ -82,7 +82,7 @@ class IOUpdater {
 
   private:
     bool isListening(Listener* listener) const {
-        std::lock_guard<host::CriticalSection> guard(listenersLock_);
+        host::LockGuard guard(listenersLock_);
         return std::find(listeners_.begin(), listeners_.end(), listener) != listeners_.end();
     }
     void run() {

@@ -19,7 +19,7 @@
 
 namespace {
 
-using Lock = std::lock_guard<host::CriticalSection>;
+using Lock = host::LockGuard;
 
 // Ints reinterpreted as the unsigned words they are stored as.
 unsigned asUnsigned(int value) {

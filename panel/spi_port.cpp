@@ -72,7 +72,7 @@ bool SpiPort::exchange() {
 }
 
 bool SpiPort::writeSPI(DWORD value, int bits) {
-    std::lock_guard<host::CriticalSection> guard(lock_);
+    host::LockGuard guard(lock_);
     panel::printLastError(L"PreError = ");
     tx_ = value;
     setBits(bits);
@@ -105,7 +105,7 @@ bool SpiPort::writeSPI(DWORD value, int bits) {
 }
 
 DWORD SpiPort::readSPI(DWORD command, int bits) {
-    std::lock_guard<host::CriticalSection> guard(lock_);
+    host::LockGuard guard(lock_);
     tx_ = (command & 0xFFu) << 24;
     setBits(bits);
     if (!exchange()) {

@@ -3,20 +3,37 @@
 #include <mutex>
 #include <string>
 
+#include "platform/thread_annotations.h"
 #include "platform/win_types.h"
 
 namespace host {
 
 // A recursive lock, as a Windows CE critical section: the owning thread may
-// enter again. Usable with std::lock_guard / std::unique_lock.
-class CriticalSection {
+// enter again. Hold it with LockGuard, so that the thread-safety analysis
+// sees which fields it guards.
+class CAPABILITY("mutex") CriticalSection {
   public:
-    void lock() { mutex_.lock(); }
-    bool try_lock() { return mutex_.try_lock(); }
-    void unlock() { mutex_.unlock(); }
+    void lock() ACQUIRE() { mutex_.lock(); }
+    bool try_lock() TRY_ACQUIRE(true) { return mutex_.try_lock(); }
+    void unlock() RELEASE() { mutex_.unlock(); }
 
   private:
     std::recursive_mutex mutex_;
+};
+
+// Holds a lock (a CriticalSection, a DSP link: anything with lock/unlock)
+// for a scope, as std::lock_guard does; unlike the standard guards it is
+// annotated, so guarded fields touched in the scope are checked.
+template <class Lock>
+class SCOPED_CAPABILITY LockGuard {
+  public:
+    explicit LockGuard(Lock& lock) ACQUIRE(lock) : lock_(lock) { lock.lock(); }
+    ~LockGuard() RELEASE() { lock_.unlock(); }
+    LockGuard(const LockGuard&) = delete;
+    LockGuard& operator=(const LockGuard&) = delete;
+
+  private:
+    Lock& lock_;
 };
 
 // Events. A named event is shared by every creator of the same name (the

@@ -1,7 +1,6 @@
 // The server thread: the only place where clients become sessions, and the
 // place where a requested restart of the unit is carried out.
 #include <algorithm>
-#include <mutex>
 
 #include "app/message_channels.h"
 #include "boards/error_log.h"
@@ -69,8 +68,8 @@ void TovelCtlr::acceptOneClient() {
         // The registry stays locked from the choice of the board until the
         // session holds its controller: a retired controller is deleted as
         // soon as no session holds it, even by another thread's scan.
-        std::lock_guard<host::CriticalSection> lock(m_tovelLock);
-        std::lock_guard<host::CriticalSection> registry(*UsbCtlr::registryLock);
+        host::LockGuard lock(m_tovelLock);
+        host::LockGuard registry(*UsbCtlr::registryLock);
         if (UsbCtlr* ctlr = findFreeCtlr()) {
             // Replies go out at once: a client that pipelines requests would
             // otherwise wait for its own delayed acknowledgement (about 40 ms)
@@ -122,7 +121,7 @@ void TovelCtlr::exitViaResetHelper() {
 }
 
 bool TovelCtlr::shouldListen() {
-    std::lock_guard<host::CriticalSection> lock(m_tovelLock);
+    host::LockGuard lock(m_tovelLock);
     if (m_restartRequested) {
         if (m_tovels.empty()) m_running = false;
         return false;
@@ -133,7 +132,6 @@ bool TovelCtlr::shouldListen() {
 }
 
 UsbCtlr* TovelCtlr::findFreeCtlr() {
-    std::lock_guard<host::CriticalSection> lock(m_tovelLock);
     UsbCtlr::EnumDevices(false, true, false);
     for (int index = 0; index < UsbCtlr::GetCtlrCount(); ++index) {
         UsbCtlr* ctlr = UsbCtlr::GetCtlr(index);

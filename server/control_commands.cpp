@@ -125,7 +125,7 @@ void Tovel::version() {
 }
 
 void Tovel::cmdLineControl() {
-    std::lock_guard<host::CriticalSection> lock(owner_->tovelLock());
+    host::LockGuard lock(owner_->tovelLock());
     state_ = 25;
     if (HANDLE lib = host::LoadLibraryW(L"RapiUtil.dll"); lib != NULL_HANDLE) {
         if (auto entry = host::GetProcAddressW(lib, "ControlViaCmdLine"))

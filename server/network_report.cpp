@@ -63,7 +63,7 @@ std::wstring operStatusText(DWORD status) {
 }
 
 std::wstring networkStatusReport(IfTableReader reader) {
-    std::lock_guard<host::CriticalSection> lock(reportLock);
+    host::LockGuard lock(reportLock);
     std::wstring report = L"Network Status\r\n";
     DWORD size = 0;
     const DWORD answer = reader(nullptr, &size, TRUE_);

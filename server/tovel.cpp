@@ -92,7 +92,7 @@ bool Tovel::isDoneOrHung() {
     const DWORD now = host::GetTickCount();
     DWORD last;
     {
-        std::lock_guard<host::CriticalSection> lock(tickleLock_);
+        host::LockGuard lock(tickleLock_);
         last = lastTickle_;
     }
     if (now - last <= kHungAfterMs) return false;
@@ -145,7 +145,7 @@ void Tovel::receiveLoop() {
     int bufferIndex = 0;
     while (running_) {
         {
-            std::lock_guard<host::CriticalSection> lock(tickleLock_);
+            host::LockGuard lock(tickleLock_);
             lastTickle_ = host::GetTickCount();
         }
         state_ = 3;

@@ -100,7 +100,7 @@ class Tovel : public std::enable_shared_from_this<Tovel> {
     std::atomic<HANDLE> thread_{NULL_HANDLE};
     CofDownload cofDownload_;
     std::atomic<int> state_{0};
-    DWORD lastTickle_ = 0;
+    DWORD lastTickle_ GUARDED_BY(tickleLock_) = 0;
     host::CriticalSection tickleLock_;
 
     // The request trace, when one is in force: this session's number, its

@@ -1,7 +1,6 @@
 #include "server/tovel_ctlr.h"
 
 #include <algorithm>
-#include <mutex>
 
 #include "app/message_channels.h"
 #include "boards/usb_ctlr.h"
@@ -37,6 +36,15 @@ std::vector<std::shared_ptr<Tovel>>& sessionsKeptUntilExit() {
 constexpr DWORD kDeleteLockWaitMs = 2000;
 constexpr DWORD kLockPollMs = 10;
 
+// Tries the lock for up to `waitMs`; whether it is now held.
+bool tryLockFor(host::CriticalSection& lock, DWORD waitMs) TRY_ACQUIRE(true, lock) {
+    for (DWORD waited = 0; waited < waitMs; waited += kLockPollMs) {
+        if (lock.try_lock()) return true;
+        host::Sleep(kLockPollMs);
+    }
+    return lock.try_lock();
+}
+
 }  // namespace
 
 TovelCtlr* TovelCtlr::instance() {
@@ -65,19 +73,19 @@ void TovelCtlr::deleteInstance() {
     // findFreeCtlr then holds m_tovelLock for good as well. Rather than hang
     // the end of the process, the deletion then leaves the sessions to end
     // with the process.
-    std::unique_lock<host::CriticalSection> lock(ctlr->m_tovelLock, std::defer_lock);
-    for (DWORD waited = 0; !lock.try_lock() && waited < kDeleteLockWaitMs; waited += kLockPollMs)
-        host::Sleep(kLockPollMs);
-    if (lock.owns_lock()) ctlr->terminateAllTovels();
+    if (!tryLockFor(ctlr->m_tovelLock, kDeleteLockWaitMs)) {
+        instancePointer = nullptr;
+        return;
+    }
+    ctlr->terminateAllTovels();
     instancePointer = nullptr;
     // The list goes, the sessions stay: a session may still reach its board
     // controller, which the registry's orderly end has deleted already, so
     // sessions are kept until the process ends instead of being deleted here.
-    if (lock.owns_lock()) {
-        auto& kept = sessionsKeptUntilExit();
-        kept.insert(kept.end(), ctlr->m_tovels.begin(), ctlr->m_tovels.end());
-        ctlr->m_tovels.clear();
-    }
+    auto& kept = sessionsKeptUntilExit();
+    kept.insert(kept.end(), ctlr->m_tovels.begin(), ctlr->m_tovels.end());
+    ctlr->m_tovels.clear();
+    ctlr->m_tovelLock.unlock();
     // The object itself goes when the last of its threads lets go of it.
 }
 
@@ -137,7 +145,7 @@ HANDLE TovelCtlr::threadHandle(Thread which) const {
 void TovelCtlr::purgeDoneTovels() {
     bool purged = false;
     {
-        std::lock_guard<host::CriticalSection> lock(m_tovelLock);
+        host::LockGuard lock(m_tovelLock);
         bool removed = true;
         while (removed) {
             removed = false;
@@ -158,12 +166,12 @@ void TovelCtlr::purgeDoneTovels() {
 }
 
 void TovelCtlr::terminateAllTovels() {
-    std::lock_guard<host::CriticalSection> lock(m_tovelLock);
+    host::LockGuard lock(m_tovelLock);
     for (const auto& tovel : m_tovels) tovel->stop();
 }
 
 bool TovelCtlr::anyTovelActive() {
-    std::lock_guard<host::CriticalSection> lock(m_tovelLock);
+    host::LockGuard lock(m_tovelLock);
     return std::any_of(m_tovels.begin(), m_tovels.end(),
                        [](const std::shared_ptr<Tovel>& t) { return !t->isDoneOrHung(); });
 }

@@ -77,7 +77,9 @@ class TovelCtlr : public SessionOwner {
     // SessionOwner: a session asks for a restart of the unit; only sets the
     // flag that the server thread acts on.
     void requestRestart() override { m_restartRequested = true; }
-    host::CriticalSection& tovelLock() override { return m_tovelLock; }
+    host::CriticalSection& tovelLock() override RETURN_CAPABILITY(m_tovelLock) {
+        return m_tovelLock;
+    }
 
     bool running() const { return m_running.load(); }
     bool restartRequested() const { return m_restartRequested.load(); }
@@ -90,8 +92,10 @@ class TovelCtlr : public SessionOwner {
     // Whether another client may be accepted now; ends the loop once a
     // requested restart has no sessions left.
     bool shouldListen();
-    // A board controller that no session uses (after a fresh enumeration), or null.
-    UsbCtlr* findFreeCtlr();
+    // A board controller that no session uses (after a fresh enumeration), or
+    // null. The caller holds the session list from the choice until the new
+    // session is in it, so no other accept can choose the same board.
+    UsbCtlr* findFreeCtlr() REQUIRES(m_tovelLock);
     // Creates, binds and opens 'theEar'; ends the process on failure.
     void createListenerSocket();
 
@@ -126,7 +130,7 @@ class TovelCtlr : public SessionOwner {
     std::atomic<bool> m_restartRequested{false};
     std::unique_ptr<StreamSocket> m_theEar;  // the server thread's alone
     host::CriticalSection m_tovelLock;
-    std::vector<std::shared_ptr<Tovel>> m_tovels;  // guarded by m_tovelLock
+    std::vector<std::shared_ptr<Tovel>> m_tovels GUARDED_BY(m_tovelLock);
     std::array<std::atomic<HANDLE>, 4> m_threads{};
 };
 

@@ -204,7 +204,10 @@ TEST_F(CtlrThreads, ListenerThatCannotBindEndsTheProcessWithMinus2AfterThreeSeco
 TEST_F(CtlrThreads, ListeningRulesWithoutBoards) {
     TovelCtlr* ctlr = TovelCtlr::createInstance(Threads::none());
     EXPECT_TRUE(ctlr->shouldListen());  // no board and no session: accept, then look for a board
-    EXPECT_EQ(ctlr->findFreeCtlr(), nullptr);
+    {
+        host::LockGuard lock(ctlr->tovelLock());
+        EXPECT_EQ(ctlr->findFreeCtlr(), nullptr);
+    }
     EXPECT_FALSE(ctlr->anyTovelActive());
     ctlr->purgeDoneTovels();
     ctlr->terminateAllTovels();
