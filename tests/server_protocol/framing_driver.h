@@ -1,19 +1,31 @@
 #pragma once
-// Drives the framer over a byte stream the way a session does: the stream
-// arrives in receives of given sizes into a ReceiveBuffer, framing starts
-// after a receive only above 4 bytes, and every complete request is consumed.
-// Checks the framer's promises on the way; used by the replay tests and the
-// fuzz target.
+// Drives a session's serving core over a byte stream the way the session
+// does: the stream arrives in receives of given sizes, framing starts after a
+// receive only above 4 bytes, and every complete request is served through a
+// fake board and answered into a fake sink. Beside it runs a plain framing of
+// the same receives; the driver checks the framer's promises on the way, that
+// the core serves exactly the requests framed there, in order and with their
+// bytes, and that every reply is well formed. Used by the replay tests and
+// the fuzz target.
 #include <algorithm>
 #include <cstdint>
 #include <memory>
+#include <optional>
 #include <span>
+#include <stdexcept>
 #include <string>
 #include <vector>
 
+#include "platform/clock.h"
+#include "platform/debug_out.h"
+#include "platform/files.h"
 #include "server/remote_protocol.h"
+#include "server/session_core.h"
+#include "server/session_owner.h"
 
 namespace framing_test {
+
+using Span = std::span<const std::uint8_t>;
 
 struct Served {
     std::uint8_t opcode = 0;
@@ -30,74 +42,249 @@ struct Outcome {
     std::string violation;  // empty when every promise held
 };
 
-inline Outcome drive(std::span<const std::uint8_t> stream,
-                     std::span<const std::size_t> receiveSizes) {
+// A board exchange of this command raises an error (an atomic send swallows it).
+inline constexpr std::uint8_t kThrowingCommand = 0xEE;
+
+// What the core must do for one request the plain framing served: the board
+// call it must make (with these bytes) and the reply it must send.
+struct Expected {
+    remproto::RemRequest request;  // spans into the stream
+    bool replies = true;
+    std::uint32_t replyLength = 0;
+};
+
+inline Expected expect(const remproto::RemRequest& q, Span stream, std::size_t at) {
+    using namespace remproto;
+    Expected e{q};
+    // Re-point the spans at the stream, which outlives the receive buffer.
+    if (!q.payload.empty())
+        e.request.payload = stream.subspan(at + (q.opcode == Rem_PrimSend ? 5 : 16), q.size);
+    if (!q.packet.empty()) e.request.packet = stream.subspan(at + 1, q.packet.size());
+    switch (q.opcode) {
+        case Rem_PrimSend:
+            e.replies = false;
+            break;
+        case Rem_PrimGet:
+            e.replyLength = q.primGetLength() <= kReplyDataMax ? q.primGetLength() : 0;
+            break;
+        case Rem_GetStatus:
+            e.replyLength = kStatusReplyLength;
+            break;
+        case Rem_AtomicGet:
+            e.replyLength = q.replyLength <= kDspPayloadMax ? q.replyLength : 0;
+            break;
+        case Rem_AtomicSend:
+            break;
+        case Rem_Control:
+            e.replyLength = q.command == RemCtl_Version ? 4
+                            : q.command == RemCtl_EnumBoards || q.command > RemCtl_CmdLineControl
+                                ? 1
+                                : 0;
+            break;
+    }
+    return e;
+}
+
+// The fake board and sink: each call is checked against the next expected request.
+class Checker final : public SessionBoard, public ReplySink, public SessionOwner {
+  public:
+    std::vector<Expected> expected;
+    std::size_t next = 0;
+    std::string violation;
+
+    dspStatus primitiveSendData(const BYTE* packet, int size) override {
+        const Expected* e = take(Rem_PrimSend);
+        if (e && !same(e->request.packet, packet, size)) fail("Rem_PrimSend packet differs");
+        return dspOk;
+    }
+    dspStatus primitiveGetData(BYTE* buffer, int* size) override {
+        if (!current(Rem_PrimGet)) return dspOk;
+        if (*size > static_cast<int>(remproto::kDspPacketMax)) return dspUsbCommFailed;
+        std::fill_n(buffer, *size, BYTE{0x5A});
+        return dspOk;
+    }
+    dspStatus primitiveGetStatus(BYTE* buffer, DWORD* size) override {
+        if (current(Rem_GetStatus)) std::fill_n(buffer, *size, BYTE{1});
+        return dspRunning;
+    }
+    dspStatus atomicSend(std::uint32_t opcode, const BYTE* data, int length) override {
+        const Expected* e = current(Rem_AtomicSend);
+        if (e && (opcode != e->request.command || !same(e->request.payload, data, length)))
+            fail("Rem_AtomicSend reached the board changed");
+        if (opcode == kThrowingCommand) throw std::runtime_error("board gone");
+        return dspOk;
+    }
+    dspStatus atomicGet(std::uint32_t opcode, const BYTE* data, int length, BYTE replyOpcode,
+                        BYTE* reply, int* replyLength) override {
+        const Expected* e = current(Rem_AtomicGet);
+        if (e && (opcode != e->request.command || replyOpcode != e->request.replyOpcode ||
+                  !same(e->request.payload, data, length)))
+            fail("Rem_AtomicGet reached the board changed");
+        if (*replyLength > static_cast<int>(remproto::kDspPayloadMax)) return dspUsbCommFailed;
+        std::copy_n(data, std::min(length, *replyLength), reply);
+        return dspOk;
+    }
+    dspStatus status() override { return dspRunning; }
+    dspStatus boot() override { return dspOk; }
+    // No download can open here: the fuzzer writes no files.
+    std::wstring cofFileName() override { return L"missing\\fuzz.cof"; }
+    int enumerateBoards() override { return 1; }
+    void requestRestart() override {}
+    host::CriticalSection& tovelLock() override { return lock_; }
+
+    int sendReply(Span reply) override {
+        const Expected* e = current(std::nullopt);
+        if (reply.size() < remproto::kReplyHeaderSize) {
+            fail("reply shorter than its header");
+            return -1;
+        }
+        const auto header = remproto::decodeReplyHeader(reply.first<remproto::kReplyHeaderSize>());
+        if (reply.size() != remproto::kReplyHeaderSize + header.length)
+            fail("reply length field differs from the bytes sent");
+        if (e && (!e->replies || header.length != e->replyLength))
+            fail("unexpected reply length for opcode " + std::to_string(e->request.opcode));
+        if (e && e->request.opcode == Rem_AtomicGet && header.status == dspOk &&
+            !std::equal(reply.begin() + 8, reply.end(), e->request.payload.begin(),
+                        e->request.payload.begin() +
+                            std::min<std::size_t>(e->request.payload.size(), header.length)))
+            fail("echo differs");
+        ++next;
+        return static_cast<int>(reply.size());
+    }
+    void sendFailed(const wchar_t*) override { fail("send failed"); }
+
+    // A request without a reply is done once its board call is made.
+    const Expected* take(std::uint8_t opcode) {
+        const Expected* e = current(opcode);
+        if (e) ++next;
+        return e;
+    }
+    void fail(const std::string& what) {
+        if (violation.empty()) violation = what;
+    }
+
+  private:
+    const Expected* current(std::optional<std::uint8_t> opcode) {
+        if (next >= expected.size()) {
+            fail("the core served a request the framing did not");
+            return nullptr;
+        }
+        const Expected* e = &expected[next];
+        if (opcode && e->request.opcode != *opcode) fail("the core served another request");
+        return e;
+    }
+    static bool same(Span want, const BYTE* got, int size) {
+        return size >= 0 && want.size() == static_cast<std::size_t>(size) &&
+               std::equal(want.begin(), want.end(), got);
+    }
+    host::CriticalSection lock_;
+};
+
+// No real pauses, no debug output and no files while the core is driven.
+class QuietHost {
+  public:
+    QuietHost()
+        : clock_(std::make_shared<host::ManualClock>()),
+          previousSink_(host::setDebugSink([](const std::wstring&) {})),
+          previousRoot_(host::unitRoot()) {
+        host::setUnitRoot("/dev/null/no-unit");
+    }
+    ~QuietHost() {
+        host::setUnitRoot(previousRoot_);
+        host::setDebugSink(previousSink_);
+    }
+    QuietHost(const QuietHost&) = delete;
+    QuietHost& operator=(const QuietHost&) = delete;
+
+  private:
+    host::ScopedClock clock_;
+    host::DebugSink previousSink_;
+    std::string previousRoot_;
+};
+
+inline Outcome drive(Span stream, std::span<const std::size_t> receiveSizes,
+                     bool keepServed = true) {
     using remproto::FrameStatus;
+    QuietHost quiet;
     auto buffer = std::make_unique<remproto::ReceiveBuffer>();
+    auto checker = std::make_unique<Checker>();
+    auto core = std::make_unique<SessionCore>(*checker, checker.get(), *checker);
     Outcome out;
     std::size_t consumed = 0;
     std::size_t next = 0;
     auto fail = [&](const std::string& what) {
         if (out.violation.empty()) out.violation = what;
     };
-    while (out.received < stream.size()) {
+    while (out.received < stream.size() && core->running()) {
         std::size_t want =
             receiveSizes.empty() ? stream.size() : receiveSizes[next++ % receiveSizes.size()];
         if (want == 0) want = 1;
         auto space = buffer->freeSpace();
+        if (space.size() != core->freeSpace().size()) fail("the core holds other bytes");
         if (space.empty()) break;  // a session's receive would ask for 0 bytes here
         const std::size_t n = std::min({want, space.size(), stream.size() - out.received});
-        std::copy_n(stream.begin() + static_cast<std::ptrdiff_t>(out.received), n, space.begin());
+        const Span piece = stream.subspan(out.received, n);
+        std::copy(piece.begin(), piece.end(), space.begin());
+        std::copy(piece.begin(), piece.end(), core->freeSpace().begin());
         buffer->commit(n);
         out.received += n;
-        if (!remproto::framingStarts(buffer->size())) continue;
-        for (;;) {
-            const auto held = buffer->held();
-            const remproto::FrameResult f = buffer->frame();
-            out.last = f.status;
-            if (f.status != FrameStatus::Request) {
-                if (f.status == FrameStatus::NeedMore && f.total <= held.size())
-                    fail("NeedMore although the needed bytes are held");
-                if (f.status == FrameStatus::TooLong && f.total <= remproto::kReceiveBufferSize)
-                    fail("TooLong for a request that fits");
-                break;
+        if (remproto::framingStarts(buffer->size())) {
+            for (;;) {
+                const auto held = buffer->held();
+                const remproto::FrameResult f = buffer->frame();
+                out.last = f.status;
+                if (f.status != FrameStatus::Request) {
+                    if (f.status == FrameStatus::NeedMore && f.total <= held.size())
+                        fail("NeedMore although the needed bytes are held");
+                    if (f.status == FrameStatus::TooLong && f.total <= remproto::kReceiveBufferSize)
+                        fail("TooLong for a request that fits");
+                    break;
+                }
+                const auto& q = f.request;
+                if (q.total != f.total || q.total > held.size() || q.total < 5)
+                    fail("request length outside the held bytes");
+                auto inside = [&](Span s) {
+                    return s.empty() || (s.data() >= held.data() &&
+                                         s.data() + s.size() <= held.data() + q.total);
+                };
+                if (!inside(q.payload) || !inside(q.packet)) fail("span outside the request");
+                if (!std::equal(held.begin(), held.begin() + static_cast<std::ptrdiff_t>(q.total),
+                                stream.begin() + static_cast<std::ptrdiff_t>(consumed)))
+                    fail("request bytes differ from the stream");
+                if (keepServed)
+                    out.served.push_back({q.opcode,
+                                          q.total,
+                                          q.command,
+                                          {q.payload.begin(), q.payload.end()},
+                                          {q.packet.begin(), q.packet.end()}});
+                checker->expected.push_back(expect(q, stream, consumed));
+                buffer->consume(q.total);
+                consumed += q.total;
+                if (buffer->empty()) break;
             }
-            const auto& q = f.request;
-            if (q.total != f.total || q.total > held.size() || q.total < 5)
-                fail("request length outside the held bytes");
-            auto inside = [&](std::span<const std::uint8_t> s) {
-                return s.empty() ||
-                       (s.data() >= held.data() && s.data() + s.size() <= held.data() + q.total);
-            };
-            if (!inside(q.payload) || !inside(q.packet)) fail("span outside the request");
-            if (stream.subspan(consumed, q.total).size() != q.total ||
-                !std::equal(held.begin(), held.begin() + static_cast<std::ptrdiff_t>(q.total),
-                            stream.begin() + static_cast<std::ptrdiff_t>(consumed)))
-                fail("request bytes differ from the stream");
-            out.served.push_back({q.opcode, q.total, q.command,
-                                  std::vector<std::uint8_t>(q.payload.begin(), q.payload.end()),
-                                  std::vector<std::uint8_t>(q.packet.begin(), q.packet.end())});
-            buffer->consume(q.total);
-            consumed += q.total;
-            if (buffer->empty()) break;
         }
+        core->received(n);
+        if (checker->next != checker->expected.size())
+            fail("the core served " + std::to_string(checker->next) + " requests, the framing " +
+                 std::to_string(checker->expected.size()));
         if (out.last == FrameStatus::UnknownOpcode || out.last == FrameStatus::TooLong) break;
     }
     if (consumed + buffer->size() != out.received) fail("bytes lost or invented");
+    if (out.violation.empty() && !checker->violation.empty()) out.violation = checker->violation;
     return out;
 }
 
-// One input of the framer's fuzz target (fuzz/framer_fuzz.cpp): the first
-// byte picks how many receive sizes follow (two bytes each, big-endian); the
-// rest is the stream.
-inline Outcome driveFuzzInput(std::span<const std::uint8_t> data) {
+// One input of the fuzz target (fuzz/framer_fuzz.cpp): the first byte picks
+// how many receive sizes follow (two bytes each, big-endian); the rest is the
+// stream.
+inline Outcome driveFuzzInput(Span data, bool keepServed = true) {
     if (data.empty()) return {};
     std::size_t splitCount = data[0] % 32;
     std::size_t at = 1;
     std::vector<std::size_t> splits;
     for (; splitCount > 0 && at + 1 < data.size(); --splitCount, at += 2)
         splits.push_back(1 + ((std::size_t{data[at]} << 8 | data[at + 1]) % 12000));
-    return drive(data.subspan(at), splits);
+    return drive(data.subspan(at), splits, keepServed);
 }
 
 }  // namespace framing_test
