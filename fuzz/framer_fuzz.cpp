@@ -12,6 +12,7 @@
 #include "tests/server_protocol/framing_driver.h"
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
+    static const framing_test::QuietHost quiet;
     const auto outcome = framing_test::driveFuzzInput(std::span<const std::uint8_t>(data, size),
                                                       /*keepServed=*/false);
     if (!outcome.violation.empty()) __builtin_trap();

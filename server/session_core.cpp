@@ -24,8 +24,8 @@ int traced(std::uint64_t n) {
 
 }  // namespace
 
-SessionCore::SessionCore(SessionBoard& board, SessionOwner* owner, ReplySink& sink)
-    : board_(board), owner_(owner), sink_(sink) {}
+SessionCore::SessionCore(SessionBoard& board, SessionOwner* owner, ReplySink& sink, Pause pause)
+    : board_(board), owner_(owner), sink_(sink), pause_(pause) {}
 
 // Only the first framing after a receive waits for more than 4 bytes; the
 // bytes left behind a served request are framed as they are.
@@ -114,7 +114,7 @@ void SessionCore::badCommand(std::uint8_t opcode) {
     state_ = SessionState::BadCommand;
     host::NKDbgPrintfW(L"\n\nBad command! buffer[0]=%d bufferIndex=%d sMsgSz=%d numBytes=%d\n",
                        opcode, traced(buffer_.size()), 0, traced(numBytes_));
-    host::Sleep(kBadCommandPauseMs);
+    pause_(kBadCommandPauseMs);
 }
 
 void SessionCore::primSend(const RemRequest& request) {

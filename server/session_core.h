@@ -8,6 +8,7 @@
 #include <cstdint>
 #include <span>
 
+#include "platform/clock.h"
 #include "server/cof_download.h"
 #include "server/remote_protocol.h"
 #include "server/session_board.h"
@@ -28,7 +29,12 @@ class ReplySink {
 
 class SessionCore {
   public:
-    SessionCore(SessionBoard& board, SessionOwner* owner, ReplySink& sink);
+    // How the session pauses after an unknown opcode (the host's sleep; a
+    // fuzzer passes one that returns at once).
+    using Pause = void (*)(DWORD ms);
+
+    SessionCore(SessionBoard& board, SessionOwner* owner, ReplySink& sink,
+                Pause pause = host::Sleep);
     SessionCore(const SessionCore&) = delete;
     SessionCore& operator=(const SessionCore&) = delete;
 
@@ -83,6 +89,7 @@ class SessionCore {
     SessionBoard& board_;
     SessionOwner* const owner_;
     ReplySink& sink_;
+    const Pause pause_;
     std::atomic<bool> running_{true};
     std::atomic<SessionState> state_{SessionState::Constructed};
     remproto::ReceiveBuffer buffer_;

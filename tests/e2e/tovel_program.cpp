@@ -7,6 +7,7 @@
 #include <thread>
 
 #include "boards/error_log.h"
+#include "server/remote_protocol.h"
 
 namespace e2e {
 
@@ -70,17 +71,16 @@ std::string header(const std::string& reply, const std::string& name) {
     return reply.substr(start, reply.find("\r\n", start) - start);
 }
 
-std::string le32(std::uint32_t v) {
-    std::string out(4, '\0');
-    for (int i = 0; i < 4; ++i) out[i] = static_cast<char>(v >> (8 * i));
-    return out;
+std::string wire(const std::vector<std::uint8_t>& bytes) {
+    return {bytes.begin(), bytes.end()};
+}
+
+std::vector<std::uint8_t> bytesOf(const std::string& text) {
+    return {text.begin(), text.end()};
 }
 
 std::uint32_t statusOf(const std::string& reply) {
-    if (reply.size() < 4) return 0xFFFFFFFF;
-    std::uint32_t v = 0;
-    for (int i = 3; i >= 0; --i) v = (v << 8) | static_cast<std::uint8_t>(reply[i]);
-    return v;
+    return reply.size() < 4 ? 0xFFFFFFFF : remproto::readU32le(bytesOf(reply), 0);
 }
 
 void TovelProgram::start(const std::vector<std::string>& extra) {
