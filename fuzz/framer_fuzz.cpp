@@ -9,7 +9,7 @@
 #include <cstddef>
 #include <cstdint>
 
-#include "tests/server_protocol/framing_driver.h"
+#include "fuzz/framing_driver.h"
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
     static const framing_test::QuietHost quiet;

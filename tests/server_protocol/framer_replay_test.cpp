@@ -9,7 +9,7 @@
 #include <vector>
 
 #include "server/remote_protocol.h"
-#include "tests/server_protocol/framing_driver.h"
+#include "fuzz/framing_driver.h"
 
 using namespace remproto;
 using Bytes = std::vector<std::uint8_t>;

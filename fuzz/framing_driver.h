@@ -5,8 +5,8 @@
 // fake board and answered into a fake sink. Beside it runs a plain framing of
 // the same receives; the driver checks the framer's promises on the way, that
 // the core serves exactly the requests framed there, in order and with their
-// bytes, and that every reply is well formed. Used by the replay tests and
-// the fuzz target.
+// bytes, and that every reply is well formed. The fuzz target's harness; the
+// replay tests (tests/server_protocol) run it on their streams and the corpus.
 #include <algorithm>
 #include <cstdint>
 #include <memory>
@@ -58,7 +58,8 @@ inline Expected expect(const remproto::RemRequest& q, Span stream, std::size_t a
     Expected e{q};
     // Re-point the spans at the stream, which outlives the receive buffer.
     if (!q.payload.empty())
-        e.request.payload = stream.subspan(at + (q.opcode == Rem_PrimSend ? 5 : 16), q.size);
+        e.request.payload = stream.subspan(
+            at + (q.opcode == Rem_PrimSend ? kShortHeaderSize : kLongHeaderSize), q.size);
     if (!q.packet.empty()) e.request.packet = stream.subspan(at + 1, q.packet.size());
     switch (q.opcode) {
         case Rem_PrimSend:
