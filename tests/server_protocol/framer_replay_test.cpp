@@ -8,8 +8,8 @@
 #include <random>
 #include <vector>
 
-#include "server/remote_protocol.h"
 #include "fuzz/framing_driver.h"
+#include "server/remote_protocol.h"
 
 using namespace remproto;
 using Bytes = std::vector<std::uint8_t>;
