@@ -19,7 +19,7 @@
 
 namespace {
 
-using Lock = host::LockGuard;
+using Lock = host::LockGuard<host::CriticalSection>;
 
 // Ints reinterpreted as the unsigned words they are stored as.
 unsigned asUnsigned(int value) {

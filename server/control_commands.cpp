@@ -6,8 +6,6 @@
 
 #include "app/message_channels.h"
 #include "boards/error_log.h"
-#include "boards/usb_ctlr.h"
-#include "dsplink/wire.h"
 #include "platform/debug_out.h"
 #include "platform/files.h"
 #include "platform/handles.h"
@@ -15,9 +13,8 @@
 #include "platform/modules.h"
 #include "platform/rapi_util.h"
 #include "platform/text.h"
-#include "server/remote_protocol.h"
+#include "server/session_core.h"
 #include "server/session_owner.h"
-#include "server/tovel.h"
 
 namespace {
 
@@ -26,7 +23,7 @@ constexpr std::size_t kLongestFileErrorText = 255;
 
 }  // namespace
 
-void Tovel::runControl(int sub, const std::uint8_t* payload, std::uint32_t size) {
+void SessionCore::runControl(int sub, std::span<const std::uint8_t> payload) {
     controlLength_ = 0;
     switch (sub) {
         case RemCtl_EnumBoards:
@@ -34,7 +31,7 @@ void Tovel::runControl(int sub, const std::uint8_t* payload, std::uint32_t size)
         case RemCtl_CofStart:
             return cofStart();
         case RemCtl_CofData:
-            return cofData(payload, size);
+            return cofData(payload);
         case RemCtl_CofEnd:
             return cofEnd();
         case RemCtl_DspBoot:
@@ -50,17 +47,16 @@ void Tovel::runControl(int sub, const std::uint8_t* payload, std::uint32_t size)
     }
 }
 
-void Tovel::enumBoards() {
-    state_ = 18;
-    UsbCtlr::EnumDevices(false, true, false);
-    boardData_[0] = static_cast<std::uint8_t>(UsbCtlr::GetCtlrCount() % 256);
+void SessionCore::enumBoards() {
+    state_ = SessionState::EnumBoards;
+    boardData_[0] = static_cast<std::uint8_t>(board_.enumerateBoards() % 256);
     controlLength_ = 1;
     controlStatus_ = dspRunning;
 }
 
-void Tovel::cofStart() {
-    state_ = 19;
-    const std::wstring name = ctlr_->getCofFileName();
+void SessionCore::cofStart() {
+    state_ = SessionState::CofStart;
+    const std::wstring name = board_.cofFileName();
     // The bytes go beside the image; the image is replaced only at the end.
     if (cofDownload_.open(name)) {
         debugMessage(L"COF DOWNLOAD: Open local file '" + name + L"' success!\n");
@@ -73,18 +69,19 @@ void Tovel::cofStart() {
     controlStatus_ = dspOk;
 }
 
-void Tovel::cofData(const std::uint8_t* payload, std::uint32_t size) {
-    state_ = 20;
+void SessionCore::cofData(std::span<const std::uint8_t> payload) {
+    state_ = SessionState::CofData;
     if (cofDownload_.isOpen()) {
-        if (!cofDownload_.write(payload, size)) throw std::runtime_error("COF file write failed");
+        if (!cofDownload_.write(payload.data(), static_cast<std::uint32_t>(payload.size())))
+            throw std::runtime_error("COF file write failed");
     } else {
         statusMessage(L"COF Data ecountered without open file!\n");
     }
     controlStatus_ = dspOk;
 }
 
-void Tovel::cofEnd() {
-    state_ = 21;
+void SessionCore::cofEnd() {
+    state_ = SessionState::CofEnd;
     if (cofDownload_.isOpen()) {
         debugMessage(L"COF DOWNLOAD: COF END, closing cof file\n");
         cofDownload_.commit();
@@ -94,15 +91,11 @@ void Tovel::cofEnd() {
     controlStatus_ = dspOk;
 }
 
-void Tovel::closeCofFile() {
-    cofDownload_.abandon();
-}
-
-void Tovel::dspBoot() {
-    state_ = 22;
-    const dspStatus r = ctlr_->boot();
+void SessionCore::dspBoot() {
+    state_ = SessionState::DspBoot;
+    const dspStatus r = board_.boot();
     if (r == dspOk) {
-        controlStatus_ = static_cast<std::uint32_t>(ctlr_->getStatus(nullptr));
+        controlStatus_ = static_cast<std::uint32_t>(board_.status());
     } else {
         statusMessage(L"DSP Boot fails! Rebooting to known state...\n");
         owner_->requestRestart();
@@ -110,23 +103,23 @@ void Tovel::dspBoot() {
     }
 }
 
-void Tovel::reboot() {
-    state_ = 23;
+void SessionCore::reboot() {
+    state_ = SessionState::Reboot;
     statusMessage(L"Controller Reboot Requested...\n");
     owner_->requestRestart();
     controlStatus_ = dspRunning;
 }
 
-void Tovel::version() {
-    state_ = 24;
-    wire::writeU32le(boardData_, 0, kServerVersion);
+void SessionCore::version() {
+    state_ = SessionState::Version;
+    remproto::writeU32le(boardData_, 0, kServerVersion);
     controlLength_ = 4;
     controlStatus_ = dspRunning;
 }
 
-void Tovel::cmdLineControl() {
+void SessionCore::cmdLineControl() {
     host::LockGuard lock(owner_->tovelLock());
-    state_ = 25;
+    state_ = SessionState::CmdLineControl;
     if (HANDLE lib = host::LoadLibraryW(L"RapiUtil.dll"); lib != NULL_HANDLE) {
         if (auto entry = host::GetProcAddressW(lib, "ControlViaCmdLine"))
             host::procAs<host::ControlViaCmdLineFn>(entry)(0, 0, 0, 0, 0);
@@ -136,13 +129,13 @@ void Tovel::cmdLineControl() {
     controlStatus_ = dspRunning;
 }
 
-void Tovel::unknownControl(int sub) {
-    state_ = 26;
+void SessionCore::unknownControl(int sub) {
+    state_ = SessionState::UnknownControl;
     const std::wstring text = host::wformat(
         L"SW/Comm Error! Unknown opCode %d in ServerThreadCallback, Rem_Control API!!", sub);
     host::NKDbgPrintfW(L"%s", text.c_str());
     LogError(text);
-    controlStatus_ = static_cast<std::uint32_t>(ctlr_->getStatus(nullptr));
+    controlStatus_ = static_cast<std::uint32_t>(board_.status());
     boardData_[0] = 0;
     controlLength_ = 1;
 }

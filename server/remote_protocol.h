@@ -184,6 +184,10 @@ class ReceiveBuffer {
     bool full() const { return held_ == kCapacity; }
 
     FrameResult frame() const { return frameRequest(held(), kCapacity); }
+    // The length a Rem_PrimSend at the head declares (5 + size), read from
+    // bytes 3-4 even before they are held, when they are what earlier
+    // requests left there: the figure the session's fragment trace names.
+    std::size_t storedPrimSendLength() const { return kShortHeaderSize + readU16be(bytes_, 3); }
 
   private:
     std::array<std::uint8_t, kCapacity> bytes_{};

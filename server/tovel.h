@@ -1,18 +1,22 @@
 #pragma once
-// One client session: owns its connection in a worker thread, frames the
-// remote requests, serves them through its board and sends the replies.
+// One client session: owns its connection in a worker thread, receives the
+// client's bytes and hands them to its serving core (session_core.h), which
+// frames them, serves the requests through the board and sends the replies
+// back here.
 // The server controller creates sessions, polls them and drops them; a
 // session object lives until both the controller and its thread are done
 // with it, so a thread that had to be abandoned never touches freed memory.
 #include <atomic>
 #include <cstdint>
 #include <memory>
+#include <span>
 #include <string>
 
 #include "platform/socket.h"
 #include "platform/sync.h"
 #include "platform/win_types.h"
-#include "server/cof_download.h"
+#include "server/session_board.h"
+#include "server/session_core.h"
 
 class UsbCtlr;
 class SessionOwner;
@@ -32,11 +36,11 @@ class Tovel : public std::enable_shared_from_this<Tovel> {
     void stop();
     bool usesCtlr(const UsbCtlr* c) const { return c == ctlr_; }
 
-    int state() const { return state_.load(); }
-    bool running() const { return running_.load(); }
+    int state() const { return static_cast<int>(core_.state()); }
+    bool running() const { return core_.running(); }
 
     static constexpr DWORD kHungAfterMs = 300000;
-    static constexpr int kRecvBufferSize = 10000;
+    static constexpr int kRecvBufferSize = static_cast<int>(remproto::kReceiveBufferSize);
 
   private:
     struct PrivateTag {};
@@ -47,70 +51,31 @@ class Tovel : public std::enable_shared_from_this<Tovel> {
   private:
     void threadImplementation();
     void receiveLoop();
-    void serveHead(int bufferIndex, int numBytes);
-    void serveRequest(int bufferIndex, int numBytes);
     std::wstring describeSocketError(int error);
     void threadEnd();
+    std::string endReason() const;
 
-    // Request handlers: each sets state and sMsgSz_, and serves the request
-    // when it is complete.
-    void waitForRest(const wchar_t* request, int needed, int bufferIndex, int numBytes);
-    void primSend(int bufferIndex, int numBytes);
-    void primGet(int bufferIndex, int numBytes);
-    void getStatus(int bufferIndex, int numBytes);
-    void atomicGet(int bufferIndex);
-    void atomicSend(int bufferIndex, int numBytes);
-    void control(int bufferIndex);
-    void badCommand(int bufferIndex, int numBytes);
-    // A long-form request's total length, or -1 while its size is not there.
-    long long longFormLength(int bufferIndex) const;
-    // Sends the reply record (8 + length bytes); answers what send answered.
-    int sendReply(std::uint32_t status, std::uint32_t length, const std::uint8_t* data);
-    void checkSend(int sent, int expected, const wchar_t* name);
-    void sendError(const wchar_t* prefix);
+    // The replies go out on the connection.
+    class SocketSink final : public ReplySink {
+      public:
+        explicit SocketSink(Tovel& session) : session_(session) {}
+        int sendReply(std::span<const std::uint8_t> reply) override;
+        void sendFailed(const wchar_t* prefix) override;
 
-    // Control sub-commands: each leaves its reply status in controlStatus_,
-    // its data length in controlLength_ and its data in boardData_.
-    std::uint32_t controlStatus_ = 0;
-    std::uint32_t controlLength_ = 0;
-    void runControl(int sub, const std::uint8_t* payload, std::uint32_t size);
-    void enumBoards();
-    void cofStart();
-    void cofData(const std::uint8_t* payload, std::uint32_t size);
-    void cofEnd();
-    void dspBoot();
-    void reboot();
-    void version();
-    void cmdLineControl();
-    void unknownControl(int sub);
-    // Ends an open download without replacing the image.
-    void closeCofFile();
+      private:
+        Tovel& session_;
+    };
 
-    // The reply record as it goes on the wire: status, length, data.
-    static constexpr int kReplyDataMax = 8184;
-    std::uint8_t reply_[8 + kReplyDataMax] = {};
-    std::uint8_t recvBuffer_[kRecvBufferSize] = {};
-    std::uint8_t boardData_[kRecvBufferSize] = {};
-    std::atomic<bool> running_{true};
-    int sMsgSz_ = 0;
     std::atomic<host::SOCKET> socket_{host::INVALID_SOCKET};
     const host::SOCKET hSocket_;
     UsbCtlr* const ctlr_;
-    SessionOwner* const owner_;
     std::atomic<HANDLE> thread_{NULL_HANDLE};
-    CofDownload cofDownload_;
-    std::atomic<int> state_{0};
     DWORD lastTickle_ GUARDED_BY(tickleLock_) = 0;
     host::CriticalSection tickleLock_;
-
-    // The request trace, when one is in force: this session's number, its
-    // board's serial and the reply the last request got.
-    struct Traced {
-        unsigned session = 0;
-        std::uint32_t serial = 0;
-        bool replied = false;
-        std::uint32_t status = 0, length = 0;
-    } traced_;
-    void traceServed(DWORD begun);
-    std::string endReason() const;
+    UsbCtlrBoard board_;
+    SocketSink sink_{*this};
+    SessionCore core_;
+    // This session's number and board serial in the request trace.
+    unsigned tracedSession_ = 0;
+    std::uint32_t tracedSerial_ = 0;
 };

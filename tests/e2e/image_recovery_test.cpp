@@ -6,6 +6,7 @@
 #include <string>
 
 #include "boards/error_log.h"
+#include "server/remote_protocol.h"
 #include "tests/e2e/tovel_program.h"
 #include "tools/coffkit/damaged_images.h"
 #include "tools/coffkit/dsp_version.h"
@@ -14,13 +15,8 @@ namespace {
 
 using namespace e2e;
 
-std::string control(char sub, const std::string& payload = {}) {
-    const std::string head{5, sub, 0, 0};
-    return head + le32(static_cast<std::uint32_t>(payload.size())) + std::string(8, '\0') + payload;
-}
-
-std::string text(const std::vector<std::uint8_t>& bytes) {
-    return {bytes.begin(), bytes.end()};
+std::string control(std::uint8_t sub, const std::string& payload = {}) {
+    return asString(remproto::encodeControl(sub, bytesOf(payload)));
 }
 
 // One download, the image in a single data request (small enough for one).
@@ -37,7 +33,7 @@ TEST_F(TovelProgram, DamagedUploadRestartsAndTheBoardReturnsWithItsPreviousImage
     auto client = connectWhenListening(remotePort);
     ASSERT_TRUE(client->connected()) << outputText();
     const std::string before = root.readFile(image);
-    const std::string damaged = text(coffkit::damagedImages()[4].bytes);  // wrong target ID
+    const std::string damaged = asString(coffkit::damagedImages()[4].bytes);  // wrong target ID
 
     upload(*client, damaged);
     EXPECT_TRUE(
@@ -55,7 +51,7 @@ TEST_F(TovelProgram, DamagedUploadRestartsAndTheBoardReturnsWithItsPreviousImage
     EXPECT_EQ(root.readFile(image), before);
     EXPECT_EQ(root.readFile(image + L".failed"), damaged);
 
-    upload(*client, text(coffkit::buildVersionedImage(102, 9, 900)));
+    upload(*client, asString(coffkit::buildVersionedImage(102, 9, 900)));
     EXPECT_EQ(client->ask(control(4), 8), std::string("\x04\0\0\0\0\0\0\0", 8));
     EXPECT_EQ(root.readFile(image + L".prev"), before);
     client->close();

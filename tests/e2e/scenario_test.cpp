@@ -10,6 +10,7 @@
 #include <string>
 #include <thread>
 
+#include "server/remote_protocol.h"
 #include "tests/e2e/tovel_program.h"
 #include "tests/support/waiting.h"
 
@@ -22,11 +23,7 @@ const std::string kExamples = std::string(TOVEL_SOURCE_DIR) + "/examples/scenari
 
 // Rem_AtomicGet with a reply of `wanted` bytes.
 std::string atomicGet(std::uint8_t opcode, std::uint32_t wanted, const std::string& payload) {
-    std::string request = std::string(1, '\x03') + static_cast<char>(opcode) + std::string(2, '\0');
-    request += le32(static_cast<std::uint32_t>(payload.size()));
-    request += std::string(1, static_cast<char>(opcode)) + std::string(3, '\0');
-    request += le32(wanted);
-    return request + payload;
+    return asString(remproto::encodeAtomicGet(opcode, bytesOf(payload), opcode, wanted));
 }
 
 std::string readAll(const std::string& path) {

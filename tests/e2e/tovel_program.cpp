@@ -6,7 +6,7 @@
 #include <sstream>
 
 #include "boards/error_log.h"
-#include "dsplink/wire.h"
+#include "server/remote_protocol.h"
 #include "tests/support/waiting.h"
 
 namespace e2e {
@@ -73,15 +73,16 @@ std::string header(const std::string& reply, const std::string& name) {
     return reply.substr(start, reply.find("\r\n", start) - start);
 }
 
-std::string le32(std::uint32_t v) {
-    std::array<std::uint8_t, 4> bytes{};
-    wire::writeU32le(bytes, 0, v);
+std::string asString(const std::vector<std::uint8_t>& bytes) {
     return {bytes.begin(), bytes.end()};
 }
 
+std::vector<std::uint8_t> bytesOf(const std::string& text) {
+    return {text.begin(), text.end()};
+}
+
 std::uint32_t statusOf(const std::string& reply) {
-    if (reply.size() < 4) return 0xFFFFFFFF;
-    return wire::readU32le({reinterpret_cast<const std::uint8_t*>(reply.data()), 4}, 0);
+    return reply.size() < 4 ? 0xFFFFFFFF : remproto::readU32le(bytesOf(reply), 0);
 }
 
 void TovelProgram::start(const std::vector<std::string>& extra) {

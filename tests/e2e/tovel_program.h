@@ -53,9 +53,10 @@ std::unique_ptr<Client> connectWhenListening(std::uint16_t port,
 // The value of header `name` in an HTTP reply.
 std::string header(const std::string& reply, const std::string& name);
 
-// A 32-bit value as the protocol sends it (little-endian), and the status
-// word that opens a reply (0xFFFFFFFF for a reply shorter than that).
-std::string le32(std::uint32_t v);
+// Protocol bytes (remproto's encoders) as the text a client sends, and back.
+std::string asString(const std::vector<std::uint8_t>& bytes);
+std::vector<std::uint8_t> bytesOf(const std::string& text);
+// The status word that opens a reply (0xFFFFFFFF for a reply shorter than that).
 std::uint32_t statusOf(const std::string& reply);
 
 class TovelProgram : public ::testing::Test {

@@ -9,6 +9,7 @@
 #include <string>
 #include <thread>
 
+#include "server/remote_protocol.h"
 #include "tests/e2e/tovel_program.h"
 
 namespace {
@@ -18,11 +19,8 @@ using namespace e2e;
 // Rem_AtomicGet of the simulated firmware's echo command: the reply's data is
 // the payload sent.
 std::string echoRequest(const std::string& payload) {
-    std::string request("\x03\x7E\0\0", 4);
-    request += le32(static_cast<std::uint32_t>(payload.size()));
-    request += std::string("\x7E\0\0\0", 4);
-    request += le32(static_cast<std::uint32_t>(payload.size()));
-    return request + payload;
+    return asString(remproto::encodeAtomicGet(0x7E, bytesOf(payload), 0x7E,
+                                          static_cast<std::uint32_t>(payload.size())));
 }
 
 // The DSP sequence number of the board in `slot` from a `boards` listing.

@@ -8,8 +8,8 @@
 #include <random>
 #include <vector>
 
+#include "fuzz/framing_driver.h"
 #include "server/remote_protocol.h"
-#include "tests/server_protocol/framing_driver.h"
 
 using namespace remproto;
 using Bytes = std::vector<std::uint8_t>;
@@ -80,9 +80,14 @@ std::vector<std::size_t> randomSplits(std::mt19937& rng, std::size_t count) {
     return sizes;
 }
 
+// The serving core runs on the manual clock, quietly.
+class FramerReplay : public ::testing::Test {
+    framing_test::QuietHost quiet;
+};
+
 }  // namespace
 
-TEST(FramerReplay, RandomRequestStreamsSplitAtRandomFrameIntoTheSameRequests) {
+TEST_F(FramerReplay, RandomRequestStreamsSplitAtRandomFrameIntoTheSameRequests) {
     for (unsigned seed = 1; seed <= 300; ++seed) {
         std::mt19937 rng(seed);
         Bytes stream;
@@ -106,7 +111,7 @@ TEST(FramerReplay, RandomRequestStreamsSplitAtRandomFrameIntoTheSameRequests) {
     }
 }
 
-TEST(FramerReplay, OneByteAtATimeServesEachRequestOnceItIsWhole) {
+TEST_F(FramerReplay, OneByteAtATimeServesEachRequestOnceItIsWhole) {
     std::mt19937 rng(42);
     Bytes stream;
     std::vector<std::size_t> totals;
@@ -124,7 +129,7 @@ TEST(FramerReplay, OneByteAtATimeServesEachRequestOnceItIsWhole) {
     for (std::size_t i = 0; i < totals.size(); ++i) EXPECT_EQ(outcome.served[i].total, totals[i]);
 }
 
-TEST(FramerReplay, RandomBytesNeverBreakThePromises) {
+TEST_F(FramerReplay, RandomBytesNeverBreakThePromises) {
     for (unsigned seed = 1; seed <= 2000; ++seed) {
         std::mt19937 rng(seed);
         Bytes stream(rng() % 3000);
@@ -138,7 +143,7 @@ TEST(FramerReplay, RandomBytesNeverBreakThePromises) {
     }
 }
 
-TEST(FramerReplay, ARequestBehindAnUnknownOpcodeIsNeverServed) {
+TEST_F(FramerReplay, ARequestBehindAnUnknownOpcodeIsNeverServed) {
     Bytes stream = encodeGetStatus();
     stream.push_back(6);
     Bytes version = encodeControl(RemCtl_Version);
@@ -153,7 +158,7 @@ TEST(FramerReplay, ARequestBehindAnUnknownOpcodeIsNeverServed) {
 }
 
 // The fuzzing seeds and every reproducer kept next to them.
-TEST(FramerReplay, FuzzCorpusInTheTreeKeepsThePromises) {
+TEST_F(FramerReplay, FuzzCorpusInTheTreeKeepsThePromises) {
     int inputs = 0;
     for (const auto& entry :
          std::filesystem::directory_iterator(std::string(TOVEL_FUZZ_CORPUS) + "/framer")) {

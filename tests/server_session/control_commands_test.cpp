@@ -42,7 +42,7 @@ TEST_F(SessionTest, CofDownloadOfThreeBytesThenBoot) {
 TEST_F(SessionTest, BootFromTheInstalledImageAnswersTheDspState) {
     startSession();
     send(control(4));
-    EXPECT_EQ(le32(receive(8), 0), 4u);  // running
+    EXPECT_EQ(readU32le(receive(8), 0), 4u);  // running
     EXPECT_EQ(owner.restarts, 0);
 }
 
@@ -81,7 +81,7 @@ TEST_F(SessionTest, DownloadHoldsItsFileExclusivelyAndLeavesTheImageBootable) {
     send(control(2, {1, 2, 3}));
     receive(8);
     send(control(4));  // boots the image in place
-    EXPECT_EQ(le32(receive(8), 0), 4u);
+    EXPECT_EQ(readU32le(receive(8), 0), 4u);
     send(control(3));
     receive(8);
     other = host::CreateFileW((installFolder + L"\\t1.cof.part").c_str(), host::GENERIC_WRITE, 0,
@@ -104,8 +104,8 @@ TEST_F(SessionTest, UnknownSubCommandAnswersTheBoardStatusAndOneZeroByte) {
     startSession();
     send(control(9, {7, 7}));
     Bytes reply = receive(9);
-    EXPECT_EQ(le32(reply, 0), 4u);
-    EXPECT_EQ(le32(reply, 4), 1u);
+    EXPECT_EQ(readU32le(reply, 0), 4u);
+    EXPECT_EQ(readU32le(reply, 4), 1u);
     EXPECT_EQ(reply[8], 0);
     EXPECT_TRUE(testing_support::logContains(
         L"SW/Comm Error! Unknown opCode 9 in ServerThreadCallback, Rem_Control API!!"));

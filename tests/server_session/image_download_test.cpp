@@ -31,7 +31,7 @@ class ImageDownloadTest : public SessionTest {
     }
     std::uint32_t bootStatus() {
         send(control(4));
-        return le32(receive(8), 0);
+        return readU32le(receive(8), 0);
     }
     // The client goes away and the unit starts again: a fresh registry finds
     // the board (running its flash program) and boots it.

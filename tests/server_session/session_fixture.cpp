@@ -80,24 +80,4 @@ bool SessionTest::waitUntilDone(DWORD ms) {
     return false;
 }
 
-Bytes SessionTest::longForm(std::uint8_t opcode, std::uint8_t command, const Bytes& payload,
-                            std::uint8_t replyOpcode, std::uint32_t replyLength) {
-    Bytes b(16, 0);
-    b[0] = opcode;
-    b[1] = command;
-    const auto size = static_cast<std::uint32_t>(payload.size());
-    for (int i = 0; i < 4; ++i) {
-        b[4 + i] = static_cast<std::uint8_t>(size >> (8 * i));
-        b[12 + i] = static_cast<std::uint8_t>(replyLength >> (8 * i));
-    }
-    b[8] = replyOpcode;
-    b.insert(b.end(), payload.begin(), payload.end());
-    return b;
-}
-
-std::uint32_t SessionTest::le32(const Bytes& b, std::size_t at) {
-    return b[at] | (b[at + 1] << 8) | (b[at + 2] << 16) |
-           (static_cast<std::uint32_t>(b[at + 3]) << 24);
-}
-
 }  // namespace sessiontest

@@ -7,6 +7,7 @@
 #include <vector>
 
 #include "platform/socket.h"
+#include "server/remote_protocol.h"
 #include "server/session_owner.h"
 #include "server/tovel.h"
 #include "tests/boards/board_fixture.h"
@@ -14,6 +15,7 @@
 namespace sessiontest {
 
 using Bytes = std::vector<std::uint8_t>;
+using namespace remproto;
 
 class FakeOwner : public SessionOwner {
   public:
@@ -39,12 +41,9 @@ class SessionTest : public boardtest::BoardTest {
     // Waits (real time) until the session's thread has ended.
     bool waitUntilDone(DWORD ms = 5000);
 
-    static Bytes longForm(std::uint8_t opcode, std::uint8_t command, const Bytes& payload,
-                          std::uint8_t replyOpcode = 0, std::uint32_t replyLength = 0);
     static Bytes control(std::uint8_t sub, const Bytes& payload = {}) {
-        return longForm(5, sub, payload);
+        return remproto::encodeControl(sub, payload);
     }
-    static std::uint32_t le32(const Bytes& b, std::size_t at);
 
     FakeOwner owner;
     std::shared_ptr<Tovel> session;

@@ -14,19 +14,19 @@ const Bytes kVersionReply = {4, 0, 0, 0, 4, 0, 0, 0, 0xED, 0xEA, 0x02, 0x00};
 
 TEST_F(SessionTest, TwoRequestsInOneSegmentGetTwoRepliesInOrder) {
     startSession();
-    Bytes both = longForm(3, kEcho, {1, 2, 3}, kEcho, 3);
+    Bytes both = encodeAtomicGet(kEcho, Bytes{1, 2, 3}, kEcho, 3);
     both.insert(both.end(), kVersionRequest.begin(), kVersionRequest.end());
     send(both);
     Bytes first = receive(8 + 3);
-    EXPECT_EQ(le32(first, 0), 0u);
-    EXPECT_EQ(le32(first, 4), 3u);
+    EXPECT_EQ(readU32le(first, 0), 0u);
+    EXPECT_EQ(readU32le(first, 4), 3u);
     EXPECT_EQ(Bytes(first.begin() + 8, first.end()), (Bytes{1, 2, 3}));
     EXPECT_EQ(receive(12), kVersionReply);
 }
 
 TEST_F(SessionTest, AtomicSendWithPayloadInASecondSegmentIsServedOnce) {
     startSession();
-    Bytes request = longForm(4, 0x21, {0x0A, 0x0B, 0x0C});
+    Bytes request = encodeAtomicSend(0x21, Bytes{0x0A, 0x0B, 0x0C});
     send(Bytes(request.begin(), request.begin() + 16));
     EXPECT_TRUE(quietFor(100));
     send(Bytes(request.begin() + 16, request.end()));
@@ -64,8 +64,8 @@ TEST_F(SessionTest, FourBytesAreNotFramedTheFifthIs) {
     EXPECT_TRUE(quietFor(100));
     send({0});
     Bytes reply = receive(73);
-    EXPECT_EQ(le32(reply, 0), 0u);
-    EXPECT_EQ(le32(reply, 4), 65u);
+    EXPECT_EQ(readU32le(reply, 0), 0u);
+    EXPECT_EQ(readU32le(reply, 4), 65u);
     EXPECT_EQ(reply[8 + 1], 1);  // the status block's device byte
 }
 
@@ -73,21 +73,21 @@ TEST_F(SessionTest, PrimGetSizeLimits) {
     startSession();
     send({1, 1, 0, 0x1F, 0xF4});  // 8180 + 4 bytes asked of the link
     Bytes reply = receive(8);
-    EXPECT_EQ(le32(reply, 4), 8184u);
+    EXPECT_EQ(readU32le(reply, 4), 8184u);
     receive(8184);
     send({1, 1, 0, 0x1F, 0xF5});  // 8181: refused by the link, answered without data
     reply = receive(8);
-    EXPECT_EQ(le32(reply, 0), 12u);
-    EXPECT_EQ(le32(reply, 4), 0u);
+    EXPECT_EQ(readU32le(reply, 0), 12u);
+    EXPECT_EQ(readU32le(reply, 4), 0u);
     EXPECT_TRUE(testing_support::logContains(L"primitiveGetData size wrong, 8185"));
 }
 
 TEST_F(SessionTest, RefusedAtomicGetLengthAnswersTwelveWithoutData) {
     startSession();
-    send(longForm(3, kEcho, {1}, kEcho, 8181));
+    send(encodeAtomicGet(kEcho, Bytes{1}, kEcho, 8181));
     Bytes reply = receive(8);
-    EXPECT_EQ(le32(reply, 0), 12u);
-    EXPECT_EQ(le32(reply, 4), 0u);
+    EXPECT_EQ(readU32le(reply, 0), 12u);
+    EXPECT_EQ(readU32le(reply, 4), 0u);
     // The command reached the board; its reply read was refused.
     EXPECT_EQ(boards[0]->commandCount(kEcho), 1u);
     EXPECT_TRUE(testing_support::logContains(L"primitiveGetData size wrong, 8185"));
@@ -96,10 +96,10 @@ TEST_F(SessionTest, RefusedAtomicGetLengthAnswersTwelveWithoutData) {
     // A board being removed answers 11 to it too.
     bus->detach(1);
     UsbCtlr::EnumDevices(false, true, false);
-    send(longForm(3, kEcho, {1}, kEcho, 8181));
+    send(encodeAtomicGet(kEcho, Bytes{1}, kEcho, 8181));
     reply = receive(8);
-    EXPECT_EQ(le32(reply, 0), 11u);
-    EXPECT_EQ(le32(reply, 4), 0u);
+    EXPECT_EQ(readU32le(reply, 0), 11u);
+    EXPECT_EQ(readU32le(reply, 4), 0u);
 }
 
 TEST_F(SessionTest, UnknownOpcodeStallsTheConnectionForGood) {
@@ -150,19 +150,19 @@ TEST_F(SessionTest, RetiredBoardAnswersElevenAndStaysAliveWhileHeld) {
     startSession();
     bus->detach(1);
     UsbCtlr::EnumDevices(false, true, false);
-    send(longForm(4, 0x21, {}));
-    EXPECT_EQ(le32(receive(8), 0), 11u);
+    send(encodeAtomicSend(0x21, {}));
+    EXPECT_EQ(readU32le(receive(8), 0), 11u);
     // A purge more than a minute later keeps the controller this session holds.
     clock->advance(61000);
     UsbCtlr::EnumDevices(false, true, false);
-    send(longForm(4, 0x21, {}));
-    EXPECT_EQ(le32(receive(8), 0), 11u);
+    send(encodeAtomicSend(0x21, {}));
+    EXPECT_EQ(readU32le(receive(8), 0), 11u);
 }
 
 TEST_F(SessionTest, HungDspAnswersThirteenOnceTheHandshakeHasTimedOut) {
     startSession();
     boards[0]->freeze(true);
-    send(longForm(3, 126, {1, 2, 3, 4}, 126, 4));
+    send(encodeAtomicGet(126, Bytes{1, 2, 3, 4}, 126, 4));
     // The link polls the status block back to back: nothing comes before
     // the handshake time-out has passed.
     EXPECT_TRUE(quietFor(50));
@@ -170,20 +170,20 @@ TEST_F(SessionTest, HungDspAnswersThirteenOnceTheHandshakeHasTimedOut) {
     EXPECT_TRUE(quietFor(50));
     clock->advance(20);
     // The reply carries the length asked for, whatever the status.
-    EXPECT_EQ(le32(receive(12), 0), 13u);
+    EXPECT_EQ(readU32le(receive(12), 0), 13u);
     // The board recovers; the same session goes on.
     boards[0]->freeze(false);
-    send(longForm(3, 126, {1, 2, 3, 4}, 126, 4));
+    send(encodeAtomicGet(126, Bytes{1, 2, 3, 4}, 126, 4));
     const Bytes reply = receive(12);
     ASSERT_EQ(reply.size(), 12u);
-    EXPECT_EQ(le32(reply, 0), 0u);
+    EXPECT_EQ(readU32le(reply, 0), 0u);
     EXPECT_EQ(Bytes(reply.begin() + 8, reply.end()), (Bytes{1, 2, 3, 4}));
 }
 
 TEST_F(SessionTest, FullBufferEndsTheConnectionAtOnceWhileTheSessionIsHeld) {
     startSession();
     // A long-form request larger than the receive buffer can never complete.
-    send(longForm(5, 2, Bytes(Tovel::kRecvBufferSize, 0xAB)));
+    send(control(2, Bytes(Tovel::kRecvBufferSize, 0xAB)));
     char byte;
     // The client sees the end (not a time-out) although nobody purged the session.
     EXPECT_EQ(host::recv(client, &byte, 1, 0), 0);
