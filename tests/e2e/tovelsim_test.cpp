@@ -20,7 +20,7 @@ using namespace e2e;
 // the payload sent.
 std::string echoRequest(const std::string& payload) {
     return asString(remproto::encodeAtomicGet(0x7E, bytesOf(payload), 0x7E,
-                                          static_cast<std::uint32_t>(payload.size())));
+                                              static_cast<std::uint32_t>(payload.size())));
 }
 
 // The DSP sequence number of the board in `slot` from a `boards` listing.
