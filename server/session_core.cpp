@@ -141,7 +141,7 @@ void SessionCore::primGet(const RemRequest& request) {
 void SessionCore::getStatus() {
     state_ = SessionState::GetStatusReceived;
     state_ = SessionState::GetStatusReading;
-    DWORD size = remproto::kStatusBlockSize;
+    DWORD size = wire::kStatusBlockSize;
     // Data byte 0 stays undefined; the status block follows it.
     const dspStatus status = board_.primitiveGetStatus(boardData_ + 1, &size);
     state_ = SessionState::GetStatusReplying;
