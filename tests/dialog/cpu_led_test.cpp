@@ -108,6 +108,7 @@ TEST_F(DialogTest, TheLedsBlinkOnTheSimulatedDigitalOutputs) {
     EXPECT_TRUE(dio->output(15));  // still within its 500 ms
     time_->advance(250);
     ASSERT_TRUE(eventually([&] { return !dio->output(15); }));
+    EXPECT_EQ(ledOutput(15), ledOutput(15));  // one output per line for the process
 }
 
 // ---- The load value.
