@@ -32,11 +32,8 @@ TEST(BoardDetailRecord, DecodesLittleEndianFieldsAndEncodesThemBack) {
     BoardDetail::Bytes bytes{};
     for (std::size_t i = 0; i < bytes.size(); ++i) bytes[i] = static_cast<std::uint8_t>(i + 1);
     const BoardDetail d = BoardDetail::decode(bytes);
-    EXPECT_EQ(d.serial, 0x04030201u);
-    EXPECT_EQ(d.hwVersion, 0x0C0B0A09u);
-    EXPECT_EQ(d.info45, 0x1817161514131211ull);
-    EXPECT_EQ(d.boardType, 0x1C1B1A19u);
-    EXPECT_EQ(d.info7, 0x201F1E1Du);
+    EXPECT_EQ(d, (BoardDetail{0x04030201u, 0x08070605u, 0x0C0B0A09u, 0x100F0E0Du,
+                              0x1817161514131211ull, 0x1C1B1A19u, 0x201F1E1Du}));
     EXPECT_EQ(d.encode(), bytes);
 }
 
