@@ -1,7 +1,6 @@
 #include "tests/coff/coff_test_util.h"
 
 #include <atomic>
-#include <cstdlib>
 #include <filesystem>
 #include <fstream>
 #include <iterator>

@@ -1,7 +1,5 @@
 #include "tests/server_ctlr/ctlr_fixture.h"
 
-#include <fstream>
-#include <thread>
 
 #include "platform/files.h"
 #include "platform/registry.h"
