@@ -1,6 +1,7 @@
 #include "tests/coff/coff_test_util.h"
 
 #include <atomic>
+#include <cstdlib>
 #include <filesystem>
 #include <fstream>
 #include <iterator>
