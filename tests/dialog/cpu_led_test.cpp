@@ -29,7 +29,8 @@ std::vector<std::wstring> ledLines(const testing_support::DebugCapture& debug) {
 }
 
 // A blinker's mode, off and on times.
-std::tuple<int, unsigned, unsigned> timing(const DualLedBlinker* b) {
+template <typename Blinker>
+std::tuple<int, DWORD, DWORD> timing(const Blinker* b) {
     return {b->mode(), b->offTime(), b->onTime()};
 }
 
