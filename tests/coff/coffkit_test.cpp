@@ -102,7 +102,7 @@ TEST(DspVersion, OnlyTheVersionAddressCarriesAVersion) {
 }
 
 TEST(BootPlan, ChunksOfAtMost820Bytes) {
-    for (const auto [bytes, chunks] :
+    for (const auto& [bytes, chunks] :
          {std::pair{1u, 1u}, {819u, 1u}, {820u, 1u}, {821u, 2u}, {1640u, 2u}, {2000u, 3u}})
         EXPECT_EQ(bootChunkCount(bytes), chunks) << bytes;
 }

@@ -103,9 +103,10 @@ TEST_F(KtxWatchDog, MissingEntriesCallNothingAfterThem) {
         VendorWatchdogLibrary library(c.entries);
         WatchDog dog(127);
         EXPECT_EQ(dog.armed(), c.armed);
-        if (c.missing)
+        if (c.missing) {
             EXPECT_EQ(debug_.texts().back(), L"WatchDog::WatchDog -- GetProcAddress '" +
                                                  std::wstring(c.missing) + L"' FAILS! Aborting\n");
+        }
         dog.service();
         if (!c.armed) dog.trigger();
         const auto calls = library.calls();
