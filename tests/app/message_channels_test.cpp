@@ -31,11 +31,16 @@ std::wstring lastLogLine() {
     return lines.empty() ? std::wstring() : lines.back();
 }
 
-}  // namespace
-
-TEST(MessageChannels, LongTextIsCutForTheDebugOutputButLoggedWhole) {
+// Every test has a unit root for the event log and captures the debug output.
+class MessageChannels : public ::testing::Test {
+  protected:
     TempUnitRoot root;
     DebugCapture debug;
+};
+
+}  // namespace
+
+TEST_F(MessageChannels, LongTextIsCutForTheDebugOutputButLoggedWhole) {
     std::wstring text;
     for (int i = 0; i < 600; ++i) text += static_cast<wchar_t>(L'a' + i % 26);
     traceAndLog(text);
@@ -44,39 +49,29 @@ TEST(MessageChannels, LongTextIsCutForTheDebugOutputButLoggedWhole) {
     EXPECT_EQ(lastLogLine(), text);
 }
 
-TEST(MessageChannels, TextIsWrittenAsIsNotAsAFormat) {
-    TempUnitRoot root;
-    DebugCapture debug;
+TEST_F(MessageChannels, TextIsWrittenAsIsNotAsAFormat) {
     traceAndLog(L"100% done %s %d\n");
     EXPECT_EQ(debug.all(), L"100% done %s %d\n");
 }
 
-TEST(MessageChannels, DebugMessageCarriesThePrefixToLogAndDebugOutput) {
-    TempUnitRoot root;
-    DebugCapture debug;
+TEST_F(MessageChannels, DebugMessageCarriesThePrefixToLogAndDebugOutput) {
     debugMessage(host::wformat(L"Found %d Boards.\n", 2));
     EXPECT_EQ(debug.all(), L"DEBUG: Found 2 Boards.\n");
     EXPECT_TRUE(testing_support::logContains(L"DEBUG: Found 2 Boards."));
 }
 
-TEST(MessageChannels, DebugMessagePrefixCountsTowardsTheCut) {
-    TempUnitRoot root;
-    DebugCapture debug;
+TEST_F(MessageChannels, DebugMessagePrefixCountsTowardsTheCut) {
     debugMessage(std::wstring(600, L'x'));
     EXPECT_EQ(debug.all(), L"DEBUG: " + std::wstring(504, L'x'));
 }
 
-TEST(MessageChannels, StatusMessageWithoutADisplayReachesDebugOutputAndLog) {
-    TempUnitRoot root;
-    DebugCapture debug;
+TEST_F(MessageChannels, StatusMessageWithoutADisplayReachesDebugOutputAndLog) {
     statusMessage(L"No Boards found!!!\n");
     EXPECT_EQ(debug.all(), L"No Boards found!!!\n");
     EXPECT_TRUE(testing_support::logContains(L"No Boards found!!!"));
 }
 
-TEST(MessageChannels, StatusMessageReachesTheRegisteredDisplayOnly) {
-    TempUnitRoot root;
-    DebugCapture debug;
+TEST_F(MessageChannels, StatusMessageReachesTheRegisteredDisplayOnly) {
     RecordingDisplay display;
     setStatusDisplay(&display);
     statusMessage(L"Controller Reboot Requested...\n");
@@ -89,9 +84,7 @@ TEST(MessageChannels, StatusMessageReachesTheRegisteredDisplayOnly) {
     EXPECT_TRUE(testing_support::logContains(L"after unregistering"));
 }
 
-TEST(MessageChannels, ADisplayMayUnregisterItselfFromWithinStatusMsg) {
-    TempUnitRoot root;
-    DebugCapture debug;
+TEST_F(MessageChannels, ADisplayMayUnregisterItselfFromWithinStatusMsg) {
     struct SelfRemoving : StatusDisplay {
         int calls = 0;
         void StatusMsg(std::wstring) override {
@@ -107,9 +100,7 @@ TEST(MessageChannels, ADisplayMayUnregisterItselfFromWithinStatusMsg) {
 
 // Reporters keep calling while the display goes away; once unregistering has
 // returned, the display must never be entered again (it is destroyed then).
-TEST(MessageChannels, UnregisteredDisplayIsNeverCalledAgainUnderConcurrentReporters) {
-    TempUnitRoot root;
-    DebugCapture debug;
+TEST_F(MessageChannels, UnregisteredDisplayIsNeverCalledAgainUnderConcurrentReporters) {
     struct GuardedDisplay : StatusDisplay {
         std::atomic<bool> gone{false};
         std::atomic<int> callsAfterGone{0};
@@ -140,9 +131,7 @@ TEST(MessageChannels, UnregisteredDisplayIsNeverCalledAgainUnderConcurrentReport
     }
 }
 
-TEST(MessageChannels, ReplacingTheDisplayHandsLaterTextsToTheNewOne) {
-    TempUnitRoot root;
-    DebugCapture debug;
+TEST_F(MessageChannels, ReplacingTheDisplayHandsLaterTextsToTheNewOne) {
     RecordingDisplay first, second;
     setStatusDisplay(&first);
     statusMessage(L"a");

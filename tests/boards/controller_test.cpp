@@ -1,5 +1,6 @@
 // What UsbCtlr does by itself: board detail and its texts, the status query,
 // liveness, the removal short-cut and the log line shape.
+#include <optional>
 #include <regex>
 
 #include "boards/unknown_ctlr.h"
@@ -11,21 +12,12 @@ namespace {
 
 class ControllerTest : public BoardTest {
   protected:
-    // A board of the given detail in slot 1, and a probe controller on it.
-    std::unique_ptr<ProbeCtlr> probeOn(const BoardDetail& detail) {
+    // A board of the given detail (the default one without) in slot 1, and a
+    // probe controller on it.
+    std::unique_ptr<ProbeCtlr> probeOn(std::optional<BoardDetail> detail = std::nullopt) {
         sim::BoardSpec spec = sim::defaultBoardSpec(sim::BoardKind::T1);
-        spec.detail.serial = detail.serial;
-        spec.detail.info1 = detail.info1;
-        spec.detail.hwVersion = detail.hwVersion;
-        spec.detail.info3 = detail.info3;
-        spec.detail.info45 = detail.info45;
-        spec.detail.boardType = detail.boardType;
-        spec.detail.info7 = detail.info7;
+        if (detail) spec.detail = *detail;
         board = attach(spec);
-        return std::make_unique<ProbeCtlr>(openDriver());
-    }
-    std::unique_ptr<ProbeCtlr> probeOnDefaultBoard() {
-        board = attach(sim::BoardKind::T1);
         return std::make_unique<ProbeCtlr>(openDriver());
     }
 
@@ -33,26 +25,15 @@ class ControllerTest : public BoardTest {
 };
 
 BoardDetail detailWith(std::uint32_t hwVersion, std::uint32_t boardType) {
-    BoardDetail d;
-    d.serial = 1050000123;
-    d.info1 = 77;
-    d.hwVersion = hwVersion;
-    d.info3 = 5;
-    d.info45 = 0x0000000100000002ull;
-    d.boardType = boardType;
-    d.info7 = 9;
-    return d;
+    return {1050000123, 77, hwVersion, 5, 0x0000000100000002ull, boardType, 9};
 }
 
 TEST(BoardDetailRecord, DecodesLittleEndianFieldsAndEncodesThemBack) {
     BoardDetail::Bytes bytes{};
     for (std::size_t i = 0; i < bytes.size(); ++i) bytes[i] = static_cast<std::uint8_t>(i + 1);
     const BoardDetail d = BoardDetail::decode(bytes);
-    EXPECT_EQ(d.serial, 0x04030201u);
-    EXPECT_EQ(d.hwVersion, 0x0C0B0A09u);
-    EXPECT_EQ(d.info45, 0x1817161514131211ull);
-    EXPECT_EQ(d.boardType, 0x1C1B1A19u);
-    EXPECT_EQ(d.info7, 0x201F1E1Du);
+    EXPECT_EQ(d, (BoardDetail{0x04030201u, 0x08070605u, 0x0C0B0A09u, 0x100F0E0Du,
+                              0x1817161514131211ull, 0x1C1B1A19u, 0x201F1E1Du}));
     EXPECT_EQ(d.encode(), bytes);
 }
 
@@ -67,7 +48,7 @@ TEST(BoardDetailRecord, HardwareVersionTextsAndTheKnownVersions) {
 }
 
 TEST_F(ControllerTest, NewControllerKnowsNoProgramVersionUntilOneIsRead) {
-    auto probe = probeOnDefaultBoard();
+    auto probe = probeOn();
     EXPECT_EQ(probe->cofMajor, 127);
     EXPECT_EQ(probe->cofMinor, 127);
     EXPECT_EQ(probe->getCofVersionText(), L"??");
@@ -145,19 +126,13 @@ TEST_F(ControllerTest, WritingTheDetailKeepsHardwareVersionAndBoardType) {
     auto probe = probeOn(detailWith(1006, kBoardTypePcm));
     probe->getSerialNumber();
     EXPECT_EQ(probe->writeBoardDetail({1050000999, 11, 2002, 33, 0x44, 0x55, 3, 77}), dspOk);
-    const sim::BoardDetail written = board->detail();
-    EXPECT_EQ(written.serial, 1050000999u);
-    EXPECT_EQ(written.info1, 11u);
-    EXPECT_EQ(written.hwVersion, 1006u);
-    EXPECT_EQ(written.info3, 33u);
-    EXPECT_EQ(written.info45, 0x0000005500000044ull);
-    EXPECT_EQ(written.boardType, 0u);
-    EXPECT_EQ(written.info7, 77u);
+    EXPECT_EQ(board->detail(),
+              (BoardDetail{1050000999, 11, 1006, 33, 0x0000005500000044ull, 0, 77}));
     EXPECT_EQ(probe->getSerialNumber(), 1050000999u);
 }
 
 TEST_F(ControllerTest, StatusPassesStatesUpTo14AndCallsHigherOnesDead) {
-    auto probe = probeOnDefaultBoard();
+    auto probe = probeOn();
     for (BYTE state : {0, 2, 3, 4, 6, 9, 10, 14}) {
         board->reportState(state);
         EXPECT_EQ(probe->getStatus(nullptr), state) << int{state};
@@ -169,7 +144,7 @@ TEST_F(ControllerTest, StatusPassesStatesUpTo14AndCallsHigherOnesDead) {
 }
 
 TEST_F(ControllerTest, StatusHandsOnTheSixtyDetailBytes) {
-    auto probe = probeOnDefaultBoard();
+    auto probe = probeOn();
     std::vector<BYTE> pattern(59);
     for (std::size_t i = 0; i < pattern.size(); ++i) pattern[i] = static_cast<BYTE>(0xA0 + i);
     board->setStatusDetail(pattern);
@@ -182,14 +157,14 @@ TEST_F(ControllerTest, StatusHandsOnTheSixtyDetailBytes) {
 }
 
 TEST_F(ControllerTest, StatusBlockOfAnotherDeviceIsAMixup) {
-    auto probe = probeOnDefaultBoard();
+    auto probe = probeOn();
     board->mixUp(sim::MixUp::StatusDevice);
     EXPECT_EQ(probe->getStatus(nullptr), dspMsgMixup);
     EXPECT_EQ(probe->getStatus(nullptr), dspRunning);
 }
 
 TEST_F(ControllerTest, RefusedProgramVersionAnswers15WithoutATransfer) {
-    auto probe = probeOnDefaultBoard();
+    auto probe = probeOn();
     probe->acceptVersion = false;
     board->failNextTransfers(1, ERROR_GEN_FAILURE);
     EXPECT_EQ(probe->getStatus(nullptr), dspWrongCofVersion);
@@ -198,7 +173,7 @@ TEST_F(ControllerTest, RefusedProgramVersionAnswers15WithoutATransfer) {
 }
 
 TEST_F(ControllerTest, AliveMeansAKnownProgramAndAStateFrom4To9) {
-    auto probe = probeOnDefaultBoard();
+    auto probe = probeOn();
     probe->knownMajor = 102;
     for (int state = 0; state <= 16; ++state) {
         board->reportState(static_cast<BYTE>(state));
@@ -228,7 +203,7 @@ TEST_F(ControllerTest, NotAliveWhileTheVersionIsUnknownRefusedOrTheHardwareStran
 }
 
 TEST_F(ControllerTest, BoardBeingRemovedAnswers11AndIsLeftAlone) {
-    auto probe = probeOnDefaultBoard();
+    auto probe = probeOn();
     probe->knownMajor = 102;
     const BYTE payload[] = {1, 2, 3, 4};
     std::array<BYTE, 4> reply{};
@@ -254,7 +229,7 @@ TEST_F(ControllerTest, BoardBeingRemovedAnswers11AndIsLeftAlone) {
 }
 
 TEST_F(ControllerTest, LogLineCarriesNameMessageThreadAndTick) {
-    auto probe = probeOnDefaultBoard();
+    auto probe = probeOn();
     clock->setTick(123456);
     probe->logMsg(L" hello ");
     const auto lines = log();

@@ -21,10 +21,7 @@ std::string logFile(const char* name = "usb.log") {
     return host::mapPath(logFolder) + "/" + name;
 }
 
-std::string rawBytes(const std::string& path) {
-    std::ifstream in(path, std::ios::binary);
-    return std::string(std::istreambuf_iterator<char>(in), {});
-}
+using testing_support::fileText;
 
 }  // namespace
 
@@ -33,7 +30,7 @@ TEST(EventLog, WritesStampedUtf16LeLinesWithoutByteOrderMark) {
     LogError(L"Boot successful (version 3.1)");
     LogError(L"");
     LogError(L"ends with newline\n");
-    std::string bytes = rawBytes(logFile());
+    std::string bytes = fileText(logFile());
     ASSERT_GE(bytes.size(), 2u);
     EXPECT_NE(bytes.substr(0, 2), std::string("\xFF\xFE", 2));
     std::wstring text =

@@ -102,12 +102,9 @@ TEST(DspVersion, OnlyTheVersionAddressCarriesAVersion) {
 }
 
 TEST(BootPlan, ChunksOfAtMost820Bytes) {
-    EXPECT_EQ(bootChunkCount(1), 1u);
-    EXPECT_EQ(bootChunkCount(819), 1u);
-    EXPECT_EQ(bootChunkCount(820), 1u);
-    EXPECT_EQ(bootChunkCount(821), 2u);
-    EXPECT_EQ(bootChunkCount(1640), 2u);
-    EXPECT_EQ(bootChunkCount(2000), 3u);
+    for (const auto& [bytes, chunks] :
+         {std::pair{1u, 1u}, {819u, 1u}, {820u, 1u}, {821u, 2u}, {1640u, 2u}, {2000u, 3u}})
+        EXPECT_EQ(bootChunkCount(bytes), chunks) << bytes;
 }
 
 TEST(BootPlan, SkipRulesOfTheBootLoader) {

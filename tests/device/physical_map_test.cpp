@@ -39,25 +39,23 @@ TEST(MapPhysicalAddr, WholePageBlockIsOnePageAtTheReservationItself) {
     EXPECT_EQ(host::reservationCountForTest(), 0u);
 }
 
-TEST(MapPhysicalAddr, AddressInsideAPageKeepsItsOffset) {
-    Region region(kBase, 0x2000);
-    auto* p = static_cast<BYTE*>(MapPhysicalAddr(kBase + 0x10, 0x20));
-    ASSERT_NE(p, nullptr);
-    EXPECT_EQ(host::reservationSizeForTest(p - 0x10), 4096u);
-    region.words[0x10 / 4] = 7;
-    EXPECT_EQ(load(p), 7u);
-    UnmapPhysicalAddr(p);
-    EXPECT_EQ(host::reservationCountForTest(), 0u);
-}
-
-TEST(MapPhysicalAddr, BlockCrossingAPageBoundaryGetsBothPages) {
-    Region region(kBase, 0x2000);
-    auto* p = static_cast<BYTE*>(MapPhysicalAddr(kBase + 0xFF0, 0x20));
-    ASSERT_NE(p, nullptr);
-    EXPECT_EQ(host::reservationSizeForTest(p - 0xFF0), 8192u);
-    region.words[0x1000 / 4] = 9;
-    EXPECT_EQ(load(p, 4), 9u);
-    UnmapPhysicalAddr(p);
+// A block inside a page keeps its offset; one across a page boundary gets both pages.
+TEST(MapPhysicalAddr, BlockKeepsItsOffsetAndGetsEveryPageItTouches) {
+    const struct {
+        DWORD offset;
+        std::size_t pages;
+        std::size_t wordOfRegion, wordOfBlock;
+    } cases[] = {{0x10, 1, 0x10 / 4, 0}, {0xFF0, 2, 0x1000 / 4, 4}};
+    for (const auto& c : cases) {
+        Region region(kBase, 0x2000);
+        auto* p = static_cast<BYTE*>(MapPhysicalAddr(kBase + c.offset, 0x20));
+        ASSERT_NE(p, nullptr);
+        EXPECT_EQ(host::reservationSizeForTest(p - c.offset), 4096u * c.pages);
+        region.words[c.wordOfRegion] = 9;
+        EXPECT_EQ(load(p, c.wordOfBlock), 9u);
+        UnmapPhysicalAddr(p);
+        EXPECT_EQ(host::reservationCountForTest(), 0u);
+    }
 }
 
 TEST(MapPhysicalAddr, UnbackedAddressFailsInVirtualCopyAndReleasesTheReservation) {

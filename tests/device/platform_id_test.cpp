@@ -17,9 +17,7 @@ class PlatformId : public ::testing::Test {
         root.writeFile(L"\\registry.reg", "REGEDIT4\r\n\r\n" + platformSection);
         host::reloadRegistry();
     }
-    void nameIs(const std::string& name) {
-        writeRegistry("[HKEY_LOCAL_MACHINE\\Platform]\r\n\"Name\"=\"" + name + "\"\r\n");
-    }
+    void nameIs(const std::string& name) { root.namePlatform(name); }
 
     testing_support::TempUnitRoot root;
 };
@@ -35,16 +33,14 @@ TEST_F(PlatformId, OnlyKestrixPlatformIsKtxAnyOtherNameIsVbqIncludingNearMisses)
 }
 
 TEST_F(PlatformId, MissingKeyOrValueOrOverlongNameIsUnreadable) {
-    writeRegistry("[HKEY_LOCAL_MACHINE\\Other]\r\n\"Name\"=\"Kestrix Platform\"\r\n");
-    EXPECT_EQ(getPlatform(), PlatformUnreadable);
-
-    resetPlatformForTest();
-    writeRegistry("[HKEY_LOCAL_MACHINE\\Platform]\r\n\"Model\"=\"Kestrix Platform\"\r\n");
-    EXPECT_EQ(getPlatform(), PlatformUnreadable);
-
-    resetPlatformForTest();
-    nameIs(std::string(600, 'K'));  // too long for the buffer
-    EXPECT_EQ(getPlatform(), PlatformUnreadable);
+    for (const std::string& section :
+         {std::string("[HKEY_LOCAL_MACHINE\\Other]\r\n\"Name\"=\"Kestrix Platform\"\r\n"),
+          std::string("[HKEY_LOCAL_MACHINE\\Platform]\r\n\"Model\"=\"Kestrix Platform\"\r\n"),
+          "[HKEY_LOCAL_MACHINE\\Platform]\r\n\"Name\"=\"" + std::string(600, 'K') + "\"\r\n"}) {
+        resetPlatformForTest();
+        writeRegistry(section);  // the last: a name too long for the buffer
+        EXPECT_EQ(getPlatform(), PlatformUnreadable) << section.substr(0, 40);
+    }
 }
 
 TEST_F(PlatformId, ValueTypeIsNotExamined) {

@@ -22,15 +22,20 @@ class SimulatedUnit : public WatchdogTest {
     }
 };
 
-// --- the simulated vendor watchdog ------------------------------------------
-
-class SimulatedKtxUnit : public SimulatedUnit {
+// A simulated unit of one platform: the vendor watchdog on KTX, the OS timer
+// block on VBQ.
+template <bool kKtx>
+class SimulatedUnitOn : public SimulatedUnit {
   protected:
     void SetUp() override {
         WatchdogTest::SetUp();
-        onKtx();
+        kKtx ? onKtx() : onVbq();
     }
 };
+using SimulatedKtxUnit = SimulatedUnitOn<true>;
+using SimulatedVbqUnit = SimulatedUnitOn<false>;
+
+// --- the simulated vendor watchdog ------------------------------------------
 
 TEST_F(SimulatedKtxUnit, UnservicedWatchdogResetsTheUnitAfter127Seconds) {
     VendorWatchdogLibrary library;
@@ -112,26 +117,17 @@ TEST_F(SimulatedKtxUnit, UnwritableOrNonWatchdogDevicesAreRefusedWithTheReason) 
 
 // --- the simulated timer block ----------------------------------------------
 
-class SimulatedVbqUnit : public SimulatedUnit {
-  protected:
-    void SetUp() override {
-        WatchdogTest::SetUp();
-        onVbq();
-    }
-};
-
 TEST_F(SimulatedVbqUnit, CounterRunsAt3686400HzOnTheHostClock) {
     OsTimerBlock timer(100, false);
     EXPECT_EQ(timer.read(OsTimerBlock::OSCR), 100u);
-    time_->advance(1000);
-    timer.refresh();
-    EXPECT_EQ(timer.read(OsTimerBlock::OSCR), 100u + 3686400u);
-    time_->advance(1);
-    timer.refresh();
-    EXPECT_EQ(timer.read(OsTimerBlock::OSCR), 100u + 3686400u + 3686u);
-    time_->advance(4);
-    timer.refresh();
-    EXPECT_EQ(timer.read(OsTimerBlock::OSCR), 100u + 3686400u + 18432u);  // no drift from rounding
+    const auto after = [&](DWORD ms) {
+        time_->advance(ms);
+        timer.refresh();
+        return timer.read(OsTimerBlock::OSCR);
+    };
+    EXPECT_EQ(after(1000), 100u + 3686400u);
+    EXPECT_EQ(after(1), 100u + 3686400u + 3686u);
+    EXPECT_EQ(after(4), 100u + 3686400u + 18432u);  // no drift from rounding
 }
 
 TEST_F(SimulatedVbqUnit, UnservicedWatchdogResetsTheUnitAfter127Seconds) {

@@ -1,3 +1,4 @@
+#include <array>
 #include <vector>
 
 #include "platform/physmem.h"
@@ -14,15 +15,20 @@ using Lines = std::vector<std::wstring>;
 
 constexpr DWORD kTicks127s = 468172800;
 
-// --- KTX: the vendor library ---------------------------------------------
-
-class KtxWatchDog : public WatchdogTest {
+// The watchdog on KTX (the vendor library) or on VBQ (the operating-system
+// timer registers).
+template <bool kKtx>
+class WatchDogOn : public WatchdogTest {
   protected:
     void SetUp() override {
         WatchdogTest::SetUp();
-        onKtx();
+        kKtx ? onKtx() : onVbq();
     }
 };
+using KtxWatchDog = WatchDogOn<true>;
+using VbqWatchDog = WatchDogOn<false>;
+
+// --- KTX: the vendor library ---------------------------------------------
 
 TEST_F(KtxWatchDog, SingletonArmsTheVendorWatchdogWith127000Ms) {
     VendorWatchdogLibrary library;
@@ -81,52 +87,34 @@ TEST_F(KtxWatchDog, MissingLibraryLeavesItUnarmed) {
 // A missing entry point disarms the watchdog (all but the service entry), and
 // no entry is called after the missing one.
 TEST_F(KtxWatchDog, MissingEntriesCallNothingAfterThem) {
+    using Calls = std::array<int, 3>;  // set time, start, service
     const struct {
         VendorWatchdogLibrary::Entries entries;
         bool armed;
-        const wchar_t* line;  // the last debug line, or null
-        int setTime, start, service;
+        Calls calls;
+        const wchar_t* missing;  // the entry the last debug line names, or null
     } cases[] = {
-        {{.setTime = false},
-         false,
-         L"WatchDog::WatchDog -- GetProcAddress 'ADSSetWatchDogTime' FAILS! Aborting\n",
-         0,
-         0,
-         0},
-        {{.start = false},
-         false,
-         L"WatchDog::WatchDog -- GetProcAddress 'ADSStartWatchDog' FAILS! Aborting\n",
-         1,
-         0,
-         0},
-        {{.service = false}, true, nullptr, 1, 1, 0},
+        {{.setTime = false}, false, {0, 0, 0}, L"ADSSetWatchDogTime"},
+        {{.start = false}, false, {1, 0, 0}, L"ADSStartWatchDog"},
+        {{.service = false}, true, {1, 1, 0}, nullptr},
     };
     for (const auto& c : cases) {
-        SCOPED_TRACE(c.setTime * 100 + c.start * 10 + c.service);
+        SCOPED_TRACE(testing::PrintToString(c.calls));
         VendorWatchdogLibrary library(c.entries);
         WatchDog dog(127);
         EXPECT_EQ(dog.armed(), c.armed);
-        if (c.line) {
-            EXPECT_EQ(debug_.texts().back(), c.line);
+        if (c.missing) {
+            EXPECT_EQ(debug_.texts().back(), L"WatchDog::WatchDog -- GetProcAddress '" +
+                                                 std::wstring(c.missing) + L"' FAILS! Aborting\n");
         }
         dog.service();
         if (!c.armed) dog.trigger();
         const auto calls = library.calls();
-        EXPECT_EQ(calls.setTime, c.setTime);
-        EXPECT_EQ(calls.start, c.start);
-        EXPECT_EQ(calls.service, c.service);
+        EXPECT_EQ((Calls{calls.setTime, calls.start, calls.service}), c.calls);
     }
 }
 
 // --- VBQ: the operating-system timer registers ----------------------------
-
-class VbqWatchDog : public WatchdogTest {
-  protected:
-    void SetUp() override {
-        WatchdogTest::SetUp();
-        onVbq();
-    }
-};
 
 TEST_F(VbqWatchDog, SingletonSetsMatch3127SecondsAheadAndEnablesTheReset) {
     OsTimerBlock timer(5000, /*monitor=*/false);

@@ -2,6 +2,7 @@
 // from one measuring window, and the front-panel blink rate that follows the
 // client sessions.
 #include <condition_variable>
+#include <tuple>
 
 #include "app/led_outputs.h"
 #include "panel/digital_output.h"
@@ -25,6 +26,12 @@ std::vector<std::wstring> ledLines(const testing_support::DebugCapture& debug) {
             text.find(L"FrontPanelLED") != std::wstring::npos)
             lines.push_back(text);
     return lines;
+}
+
+// A blinker's mode, off and on times.
+template <typename Blinker>
+std::tuple<int, DWORD, DWORD> timing(const Blinker* b) {
+    return {b->mode(), b->offTime(), b->onTime()};
 }
 
 // ---- LED set-up per platform answer.
@@ -56,12 +63,8 @@ TEST_F(DialogTest, LedLinesFollowThePlatformAndAnUnreadableOneIsTakenForKtx) {
                                              L"  Start Blink FrontPanelLED\n"}));
         ASSERT_NE(core.greenBlinker(), nullptr);
         ASSERT_NE(core.frontPanelBlinker(), nullptr);
-        EXPECT_EQ(core.greenBlinker()->mode(), 2);
-        EXPECT_EQ(core.greenBlinker()->offTime(), 500u);
-        EXPECT_EQ(core.greenBlinker()->onTime(), 250u);
-        EXPECT_EQ(core.frontPanelBlinker()->mode(), 6);
-        EXPECT_EQ(core.frontPanelBlinker()->offTime(), 500u);
-        EXPECT_EQ(core.frontPanelBlinker()->onTime(), 500u);
+        EXPECT_EQ(timing(core.greenBlinker()), std::make_tuple(2, 500u, 250u));
+        EXPECT_EQ(timing(core.frontPanelBlinker()), std::make_tuple(6, 500u, 500u));
     }
 }
 
@@ -189,20 +192,14 @@ TEST_F(MeasuringPass, FrontPanelBlinksFasterWhileASessionIsActive) {
     ASSERT_NE(frontPanel, nullptr);
 
     passWith(core, 0);
-    EXPECT_EQ(frontPanel->offTime(), 500u);
-    EXPECT_EQ(frontPanel->onTime(), 500u);
-
+    EXPECT_EQ(timing(frontPanel), std::make_tuple(6, 500u, 500u));
     sessionActive_ = true;
     passWith(core, 0);
-    EXPECT_EQ(frontPanel->offTime(), 200u);
-    EXPECT_EQ(frontPanel->onTime(), 200u);
-
+    EXPECT_EQ(timing(frontPanel), std::make_tuple(6, 200u, 200u));
     // Within one pass of the last session becoming done or hung.
     sessionActive_ = false;
     passWith(core, 0);
-    EXPECT_EQ(frontPanel->offTime(), 500u);
-    EXPECT_EQ(frontPanel->onTime(), 500u);
-    EXPECT_EQ(frontPanel->mode(), 6);
+    EXPECT_EQ(timing(frontPanel), std::make_tuple(6, 500u, 500u));
 }
 
 TEST_F(MeasuringPass, TheUnitsSessionTestNeitherMakesNorNeedsAController) {

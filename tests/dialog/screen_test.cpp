@@ -14,6 +14,7 @@
 #include "platform/terminal_child.h"
 #include "tests/dialog/terminal_screen.h"
 #include "tests/support/test_support.h"
+#include "tests/support/waiting.h"
 
 using namespace std::chrono_literals;
 using dialog_test::TerminalScreen;
@@ -26,22 +27,21 @@ constexpr int kCols = 100;
 // Connects once the port listens, then resets the connection: the session
 // reports the receive error as a status text.
 bool connectAndReset(std::uint16_t port, std::chrono::milliseconds limit) {
-    const auto until = std::chrono::steady_clock::now() + limit;
-    while (std::chrono::steady_clock::now() < until) {
-        host::SOCKET s = host::socket(host::AF_INET, host::SOCK_STREAM, host::IPPROTO_TCP);
-        const auto address = host::makeSockaddr(host::INADDR_LOOPBACK, port);
-        if (host::connect(s, reinterpret_cast<const host::SOCKADDR*>(&address), sizeof address) ==
-            0) {
+    return testing_support::eventually(
+        [port] {
+            host::SOCKET s = host::socket(host::AF_INET, host::SOCK_STREAM, host::IPPROTO_TCP);
+            const auto address = host::makeSockaddr(host::INADDR_LOOPBACK, port);
+            const bool connected =
+                host::connect(s, reinterpret_cast<const host::SOCKADDR*>(&address),
+                              sizeof address) == 0;
             const host::LINGER reset{1, 0};
-            host::setsockopt(s, host::SOL_SOCKET, host::SO_LINGER,
-                             reinterpret_cast<const char*>(&reset), sizeof reset);
+            if (connected)
+                host::setsockopt(s, host::SOL_SOCKET, host::SO_LINGER,
+                                 reinterpret_cast<const char*>(&reset), sizeof reset);
             host::closesocket(s);
-            return true;
-        }
-        host::closesocket(s);
-        std::this_thread::sleep_for(20ms);
-    }
-    return false;
+            return connected;
+        },
+        limit);
 }
 
 // The program on a pseudo-terminal, with the screen it has drawn so far.
@@ -125,10 +125,7 @@ TEST(StatusWindowOnATerminal, ShowsTheStatusTheLoadAndTheLedsAndClosesWithEnter)
     if (!std::filesystem::exists(TOVEL_BUILD_DIR "/tovel")) GTEST_SKIP() << "tovel is not built";
     testing_support::TempUnitRoot root;
     const auto ports = testing_support::freePorts(3);
-    TovelOnATerminal tovel({"--root", root.path(), "--boards", "t1", "--port-map",
-                            "3445=" + std::to_string(ports[0]), "--port-map",
-                            "23=" + std::to_string(ports[1]), "--port-map",
-                            "80=" + std::to_string(ports[2])});
+    TovelOnATerminal tovel(unitArgs(root, ports, "t1"));
     ASSERT_TRUE(tovel.started());
 
     ASSERT_TRUE(tovel.drawsUntil(showsTheDialog)) << testing::PrintToString(tovel.screen().text());
@@ -248,10 +245,9 @@ TEST(StatusWindowOnATerminal, HeadlessOnATerminalPrintsStatusLinesAndEndsOnCtrlC
     if (!std::filesystem::exists(TOVEL_BUILD_DIR "/tovel")) GTEST_SKIP() << "tovel is not built";
     testing_support::TempUnitRoot root;
     const auto ports = testing_support::freePorts(3);
-    TovelOnATerminal tovel({"--headless", "--root", root.path(), "--boards", "none", "--port-map",
-                            "3445=" + std::to_string(ports[0]), "--port-map",
-                            "23=" + std::to_string(ports[1]), "--port-map",
-                            "80=" + std::to_string(ports[2])});
+    auto args = unitArgs(root, ports, "none");
+    args.push_back("--headless");
+    TovelOnATerminal tovel(args);
     ASSERT_TRUE(tovel.started());
     // The dialog's work runs without the window: the CPU/LED thread sets up the LEDs.
     ASSERT_TRUE(tovel.drawsUntil([](const TerminalScreen& s) {

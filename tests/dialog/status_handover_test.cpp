@@ -2,7 +2,6 @@
 // dialog's own thread, and how the window lays them out.
 #include <thread>
 
-#include "app/message_channels.h"
 #include "app/tovel_dlg.h"
 #include "app/window_messages.h"
 #include "tests/dialog/dialog_fixture.h"
@@ -47,22 +46,6 @@ TEST_F(DialogTest, TwoTextsInQuickSuccessionShowTheSecond) {
     ASSERT_FALSE(controls.texts.empty());
     EXPECT_EQ(controls.texts.back(), L"second\n");
     EXPECT_TRUE(controls.positions.empty());  // a status text moves no bar
-}
-
-TEST_F(DialogTest, StatusMessageReachesTheRegisteredDialog) {
-    DialogCore core(fakeEnvironment());
-    struct Display : StatusDisplay {
-        explicit Display(DialogCore& core) : core(core) {}
-        void StatusMsg(std::wstring text) override { core.StatusMsg(std::move(text)); }
-        DialogCore& core;
-    } display(core);
-    setStatusDisplay(&display);
-    statusMessage(L"No Boards found!!!\n");
-    setStatusDisplay(nullptr);
-    RecordingControls controls;
-    core.dispatchMessages(controls);
-    ASSERT_EQ(controls.texts.size(), 1u);
-    EXPECT_EQ(controls.texts[0], L"No Boards found!!!\n");
 }
 
 // Each writer's texts are one repeated letter, so a text put together from

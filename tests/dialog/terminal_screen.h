@@ -1,6 +1,5 @@
 #pragma once
 // What a curses program drew, read back through libvterm's terminal.
-#include <memory>
 #include <string>
 
 struct VTerm;

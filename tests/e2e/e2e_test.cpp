@@ -4,10 +4,7 @@
 
 #include <chrono>
 #include <filesystem>
-#include <fstream>
-#include <iterator>
 #include <string>
-#include <thread>
 #include <utility>
 #include <vector>
 
@@ -128,10 +125,7 @@ TEST_F(TovelProgram, CommandLineControlReachesThePlatformLibrary) {
     ASSERT_TRUE(client->connected()) << outputText();
     const std::string cmdLineControl = std::string("\x05\x07", 2) + std::string(14, '\0');
     EXPECT_EQ(client->ask(cmdLineControl, 8), kRebootReply);  // status 4, no data
-    const auto readLog = [&] {
-        std::ifstream in(debugLog);
-        return std::string(std::istreambuf_iterator<char>(in), {});
-    };
+    const auto readLog = [&] { return testing_support::fileText(debugLog); };
     EXPECT_TRUE(testing_support::eventually([&] {
         return readLog().find("RapiUtil!ControlViaCmdLine(0, 0, 0, 0, 0)") != std::string::npos;
     })) << readLog();
@@ -147,8 +141,7 @@ TEST_F(TovelProgram, SecondUnitOnAHeldRootIsRefusedNamingTheRootAndTheHolder) {
     host::ChildProcess second(std::string(TOVEL_BUILD_DIR) + "/tovel",
                               {"--root", root.path(), "--headless", "--boards", "t1"}, refusalFile);
     EXPECT_EQ(second.waitForExit(5s), 3);
-    std::ifstream in(refusalFile);
-    const std::string refusal{std::istreambuf_iterator<char>(in), {}};
+    const std::string refusal = testing_support::fileText(refusalFile);
     EXPECT_NE(refusal.find("the unit root " + root.path() + " is in use by process "),
               std::string::npos)
         << refusal;

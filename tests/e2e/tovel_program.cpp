@@ -2,8 +2,6 @@
 
 #include <algorithm>
 #include <array>
-#include <fstream>
-#include <sstream>
 
 #include "boards/error_log.h"
 #include "server/remote_protocol.h"
@@ -98,10 +96,7 @@ void TovelProgram::start(const std::vector<std::string>& extra) {
 }
 
 std::string TovelProgram::outputText() const {
-    std::ifstream in(output());
-    std::stringstream ss;
-    ss << in.rdbuf();
-    return ss.str();
+    return testing_support::fileText(output());
 }
 
 int TovelProgram::logCount(const std::wstring& fragment) const {

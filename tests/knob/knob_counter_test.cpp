@@ -55,15 +55,13 @@ TEST_F(CounterKnob, KtxReadsTheChipAndCountsUp) {
     chip_->turn(-10);
     ASSERT_TRUE(advanceUntil(*clock_, 50, [&] { return knob.getCount() == 486; }));
 
-    const std::wstring out = debug.all();
-    const auto mdr0 = out.find(L"Knob::spiThreadImplementation() Initialize MDR0...\n");
-    const auto preWrite = out.find(L"Knob::spiThreadImplementation() PreWrite = ");
-    const auto mdr1 = out.find(L"Knob::spiThreadImplementation() Initialize MDR1...\n");
-    ASSERT_NE(mdr0, std::wstring::npos);
-    ASSERT_NE(preWrite, std::wstring::npos);
-    ASSERT_NE(mdr1, std::wstring::npos);
-    EXPECT_LT(mdr0, preWrite);
-    EXPECT_LT(preWrite, mdr1);
+    // In this order, and all there.
+    const auto at = [out = debug.all()](const wchar_t* text) {
+        return out.find(L"Knob::spiThreadImplementation() " + std::wstring(text));
+    };
+    EXPECT_LT(at(L"Initialize MDR0...\n"), at(L"PreWrite = "));
+    EXPECT_LT(at(L"PreWrite = "), at(L"Initialize MDR1...\n"));
+    EXPECT_NE(at(L"Initialize MDR1...\n"), std::wstring::npos);
 }
 
 TEST_F(CounterKnob, UnchangedChipDoesNotWakeTheMonitor) {

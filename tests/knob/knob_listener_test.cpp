@@ -1,4 +1,6 @@
 // Listener notification through the knob's updater, and the focus.
+#include <tuple>
+
 #include "knob_test_support.h"
 #include "panel/digital_input.h"
 
@@ -23,6 +25,11 @@ class KnobListeners : public KnobTest {
     Recorder first_;
     Recorder second_;
 };
+
+// The knob's lower and upper bound, increment, count and wrap, as one value.
+std::tuple<int, int, int, int, bool> settingsOf(const Knob& k) {
+    return {k.lower(), k.upper(), k.increment(), k.getCount(), k.wrap()};
+}
 
 TEST_F(KnobListeners, StepsBetweenTwoRoundsMakeOneNotificationWithTheLatestCount) {
     knob_.addListener(&first_);
@@ -126,11 +133,7 @@ TEST_F(KnobListeners, SecondTakeFocusIsRefusedAndChangesNothing) {
     EXPECT_FALSE(knob_.takeFocus(0, 9, 1, 3, &second_, false));
     EXPECT_FALSE(knob_.takeFocus(0, 9, 1, 3, &first_, false));
     EXPECT_EQ(knob_.focusOwner(), &first_);
-    EXPECT_EQ(knob_.lower(), -5);
-    EXPECT_EQ(knob_.upper(), 5);
-    EXPECT_EQ(knob_.increment(), 2);
-    EXPECT_EQ(knob_.getCount(), 1);
-    EXPECT_TRUE(knob_.wrap());
+    EXPECT_EQ(settingsOf(knob_), std::make_tuple(-5, 5, 2, 1, true));
     EXPECT_FALSE(knob_.hasEvents());
 }
 
@@ -148,11 +151,7 @@ TEST_F(KnobListeners, OnlyTheOwnerReleasesTheFocusAndGetsTheOldStateBack) {
 
     EXPECT_TRUE(knob_.releaseFocus(&first_));
     EXPECT_EQ(knob_.focusOwner(), nullptr);
-    EXPECT_EQ(knob_.lower(), 10);
-    EXPECT_EQ(knob_.upper(), 20);
-    EXPECT_EQ(knob_.increment(), 3);
-    EXPECT_EQ(knob_.getCount(), 12);
-    EXPECT_TRUE(knob_.wrap());
+    EXPECT_EQ(settingsOf(knob_), std::make_tuple(10, 20, 3, 12, true));
     EXPECT_TRUE(knob_.unsignedRange());
     EXPECT_FALSE(knob_.hasEvents());
     EXPECT_FALSE(knob_.releaseFocus(&first_));

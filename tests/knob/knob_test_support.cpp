@@ -1,7 +1,5 @@
 #include "knob_test_support.h"
 
-#include <thread>
-
 #include "device/platform_id.h"
 #include "platform/handles.h"
 #include "platform/registry.h"

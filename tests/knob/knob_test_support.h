@@ -3,13 +3,8 @@
 // it hears, a unit root that names the platform, and the simulated counter.
 #include <gtest/gtest.h>
 
-#include <atomic>
-#include <chrono>
-#include <functional>
 #include <memory>
-#include <mutex>
 #include <string>
-#include <thread>
 #include <vector>
 
 #include "panel/knob.h"

@@ -2,6 +2,7 @@
 #include <gtest/gtest.h>
 
 #include <atomic>
+#include <tuple>
 
 #include "panel/digital_input.h"
 #include "panel/digital_output.h"
@@ -41,17 +42,13 @@ TEST_F(IOPointTest, QueueKeepsTheLatestValuesUpToItsDepthOldestFirst) {
 }
 
 TEST_F(IOPointTest, ActiveLevelDecidesWhatCountsAsOn) {
-    DigitalInput high(1, true);
-    DigitalInput low(1, false);
-    const std::pair<int, bool> highCases[] = {{1, true}, {7, true}, {0, false}, {-1, false}};
-    for (auto [raw, on] : highCases) {
-        high.setValue(raw);
-        EXPECT_EQ(high.currentValue(), IOValue(on)) << raw;
-    }
-    const std::pair<int, bool> lowCases[] = {{0, true}, {1, false}, {-1, false}};
-    for (auto [raw, on] : lowCases) {
-        low.setValue(raw);
-        EXPECT_EQ(low.currentValue(), IOValue(on)) << raw;
+    const std::tuple<bool, int, bool> cases[] = {
+        {true, 1, true},  {true, 7, true},   {true, 0, false},  {true, -1, false},
+        {false, 0, true}, {false, 1, false}, {false, -1, false}};
+    for (auto [activeHigh, raw, on] : cases) {
+        DigitalInput input(1, activeHigh);
+        input.setValue(raw);
+        EXPECT_EQ(input.currentValue(), IOValue(on)) << activeHigh << " " << raw;
     }
 }
 

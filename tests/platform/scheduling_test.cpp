@@ -60,37 +60,19 @@ TEST(Scheduling, AThreadGetsTheBestTheProcessMayHave) {
         int lowestNice;
         Scheduling start, wanted, got;
     };
-    const Scheduling normal{SchedClass::Normal, 0, 0};
+    const auto nice = [](int n) { return Scheduling{SchedClass::Normal, n, 0}; };
+    const Scheduling normal = nice(0);
     const Scheduling idle{SchedClass::Idle, 0, 0};
     const Scheduling fifo20 = schedulingForRealTimeLevel(20);
+    const Scheduling level1 = schedulingForLevel(1);
     const Case cases[] = {
         {"privileged: real time", true, -20, normal, fifo20, fifo20},
-        {"real time refused: most urgent nice allowed",
-         false,
-         -5,
-         normal,
-         fifo20,
-         {SchedClass::Normal, -5, 0}},
+        {"real time refused: most urgent nice allowed", false, -5, normal, fifo20, nice(-5)},
         {"real time refused, no nice below 0", false, 20, normal, fifo20, normal},
-        {"highest level refused: stays at 0", false, 20, normal, schedulingForLevel(1), normal},
-        {"highest level, part of it allowed",
-         false,
-         -2,
-         normal,
-         schedulingForLevel(1),
-         {SchedClass::Normal, -2, 0}},
-        {"less urgent is always allowed",
-         false,
-         20,
-         normal,
-         schedulingForLevel(4),
-         {SchedClass::Normal, 2, 0}},
-        {"never less urgent than the thread was",
-         false,
-         20,
-         {SchedClass::Normal, -3, 0},
-         schedulingForLevel(1),
-         {SchedClass::Normal, -3, 0}},
+        {"highest level refused: stays at 0", false, 20, normal, level1, normal},
+        {"highest level, part of it allowed", false, -2, normal, level1, nice(-2)},
+        {"less urgent is always allowed", false, 20, normal, schedulingForLevel(4), nice(2)},
+        {"never less urgent than the thread was", false, 20, nice(-3), level1, nice(-3)},
         {"into the idle class", false, 20, normal, idle, idle},
         {"out of the idle class refused", false, 20, idle, fifo20, idle},
         {"out of the idle class, privileged", true, -20, idle, schedulingForLevel(3), normal},

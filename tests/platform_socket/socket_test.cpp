@@ -2,7 +2,6 @@
 
 #include <atomic>
 #include <chrono>
-#include <cstring>
 #include <string>
 #include <thread>
 
@@ -43,6 +42,14 @@ struct Pair {
         EXPECT_EQ(connectTo(client, listener.port), 0) << WSAGetLastError();
         server = accept(listener.s, nullptr, nullptr);
         EXPECT_NE(server, INVALID_SOCKET);
+    }
+    // Closes the client with a reset instead of an orderly end.
+    void resetClient() {
+        LINGER abort{1, 0};
+        setsockopt(client, SOL_SOCKET, SO_LINGER, reinterpret_cast<const char*>(&abort),
+                   sizeof abort);
+        closesocket(client);
+        client = INVALID_SOCKET;
     }
     ~Pair() {
         if (client != INVALID_SOCKET) closesocket(client);
@@ -112,12 +119,7 @@ TEST(Socket, PeerCloseGivesZeroFromRecv) {
 
 TEST(Socket, PeerResetGivesWsaeconnreset) {
     Pair p;
-    LINGER abort{1, 0};
-    ASSERT_EQ(setsockopt(p.client, SOL_SOCKET, SO_LINGER, reinterpret_cast<const char*>(&abort),
-                         sizeof abort),
-              0);
-    closesocket(p.client);
-    p.client = INVALID_SOCKET;
+    p.resetClient();
     char c;
     EXPECT_EQ(recv(p.server, &c, 1, 0), SOCKET_ERROR);
     EXPECT_EQ(WSAGetLastError(), 10054);
@@ -125,11 +127,7 @@ TEST(Socket, PeerResetGivesWsaeconnreset) {
 
 TEST(Socket, SendingToAVanishedPeerFailsWithoutSignal) {
     Pair p;
-    LINGER abort{1, 0};
-    setsockopt(p.client, SOL_SOCKET, SO_LINGER, reinterpret_cast<const char*>(&abort),
-               sizeof abort);
-    closesocket(p.client);
-    p.client = INVALID_SOCKET;
+    p.resetClient();
     std::string block(4096, 'x');
     int result = 0;
     for (int i = 0; i < 100 && result != SOCKET_ERROR; ++i)
@@ -230,18 +228,13 @@ TEST(Socket, ShutdownOfSendingAnswersWsaeshutdownAndThePeerSeesTheEnd) {
     EXPECT_EQ(recv(p.server, &c, 1, 0), 0);
 }
 
-TEST(Socket, UnconnectedSocketsAnswerWsaenotconn) {
+TEST(Socket, UnconnectedSocketsAndBadArgumentsAreRefused) {
+    EXPECT_EQ(socket(99, SOCK_STREAM, 0), INVALID_SOCKET);
+    EXPECT_NE(WSAGetLastError(), 0);
     SOCKET s = socket(AF_INET, SOCK_STREAM, 0);
     char c;
     EXPECT_EQ(recv(s, &c, 1, 0), SOCKET_ERROR);
     EXPECT_EQ(WSAGetLastError(), 10057);
-    closesocket(s);
-}
-
-TEST(Socket, BadArgumentsAreRefused) {
-    EXPECT_EQ(socket(99, SOCK_STREAM, 0), INVALID_SOCKET);
-    EXPECT_NE(WSAGetLastError(), 0);
-    SOCKET s = socket(AF_INET, SOCK_STREAM, 0);
     EXPECT_EQ(recv(s, nullptr, 1, 0), SOCKET_ERROR);
     EXPECT_EQ(WSAGetLastError(), 10014);
     EXPECT_EQ(shutdown(s, 7), SOCKET_ERROR);

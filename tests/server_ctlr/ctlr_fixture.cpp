@@ -1,7 +1,6 @@
 #include "tests/server_ctlr/ctlr_fixture.h"
 
-#include <fstream>
-#include <thread>
+#include <filesystem>
 
 #include "platform/files.h"
 #include "platform/registry.h"

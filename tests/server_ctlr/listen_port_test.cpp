@@ -1,6 +1,7 @@
 // The remote-command port from the registry, its default and its repair.
 #include <gtest/gtest.h>
 
+#include <filesystem>
 #include <string>
 
 #include "platform/clock.h"
@@ -58,29 +59,26 @@ TEST_F(ListenPort, MissingKeyMeansTheDefaultWithoutRepair) {
     EXPECT_FALSE(ctlrtest::markerExists(root, TovelCtlr::kRestartProgram));
 }
 
-TEST_F(ListenPort, KeyWithoutPortIsRepairedAndTheUnitRestarted) {
-    ctlrtest::writeRegistry(root, kPortKeyLine + "\"Other\"=dword:00000001\n");
-    EXPECT_EQ(ctlr->getListenPort(), 3445u);
-    EXPECT_TRUE(debug.contains(L"Error #2 while reading port #; setting to 3445, restarting..."));
-    EXPECT_EQ(clock->totalSlept(), 5000u);
-    host::reloadRegistry();  // what was flushed to the file
-    DWORD port = 0;
-    ASSERT_TRUE(host::regReadDword(TovelCtlr::kPortKey, L"Port", &port));
-    EXPECT_EQ(port, 3445u);
-    EXPECT_TRUE(ctlrtest::eventually(
-        [&] { return ctlrtest::markerExists(root, TovelCtlr::kRestartProgram); }));
-}
-
-TEST_F(ListenPort, ValueTooLongForTheBufferIsRepairedToo) {
-    ctlrtest::writeRegistry(root, kPortKeyLine + "\"Port\"=\"" + std::string(600, '9') + "\"\n");
-    EXPECT_EQ(ctlr->getListenPort(), 3445u);
-    EXPECT_TRUE(debug.contains(L"Error #234 while reading port #; setting to 3445, restarting..."));
-    host::reloadRegistry();
-    DWORD port = 0;
-    ASSERT_TRUE(host::regReadDword(TovelCtlr::kPortKey, L"Port", &port));
-    EXPECT_EQ(port, 3445u);
-    EXPECT_TRUE(ctlrtest::eventually(
-        [&] { return ctlrtest::markerExists(root, TovelCtlr::kRestartProgram); }));
+// A key without the value, or a value too long for the buffer.
+TEST_F(ListenPort, UnreadablePortIsRepairedAndTheUnitRestarted) {
+    const std::pair<std::string, const wchar_t*> cases[] = {
+        {"\"Other\"=dword:00000001\n", L"Error #2 while reading port #"},
+        {"\"Port\"=\"" + std::string(600, '9') + "\"\n", L"Error #234 while reading port #"}};
+    for (const auto& [value, error] : cases) {
+        SCOPED_TRACE(error);
+        std::filesystem::remove(root.hostPath(TovelCtlr::kRestartProgram) + ".ran");
+        ctlrtest::writeRegistry(root, kPortKeyLine + value);
+        const std::uint64_t slept = clock->totalSlept();
+        EXPECT_EQ(ctlr->getListenPort(), 3445u);
+        EXPECT_TRUE(debug.contains(std::wstring(error) + L"; setting to 3445, restarting..."));
+        EXPECT_EQ(clock->totalSlept() - slept, 5000u);
+        host::reloadRegistry();  // what was flushed to the file
+        DWORD port = 0;
+        ASSERT_TRUE(host::regReadDword(TovelCtlr::kPortKey, L"Port", &port));
+        EXPECT_EQ(port, 3445u);
+        EXPECT_TRUE(ctlrtest::eventually(
+            [&] { return ctlrtest::markerExists(root, TovelCtlr::kRestartProgram); }));
+    }
 }
 
 }  // namespace

@@ -21,6 +21,9 @@ class DspBoardTest : public SimBusTest {
     std::shared_ptr<sim::SimDspBoard> attachAndOpen(BoardKind kind) {
         return attachAndOpen(sim::defaultBoardSpec(kind));
     }
+    // The state and sequence number the status block shows.
+    using Shown = std::pair<int, int>;
+    Shown shown() { return {client_->state(), client_->sequence()}; }
     std::unique_ptr<DspClient> client_;
 };
 
@@ -98,8 +101,7 @@ TEST_F(DspBoardTest, CommandWithoutReplyAdvancesSequenceByTwoShowsDoneAndWraps) 
 TEST_F(DspBoardTest, CommandWithReplyShowsResultReadyThenServesTheFrameOnce) {
     attachAndOpen(BoardKind::Analog);
     client_->command(sim::kOpcodeEcho, bytes({9, 8, 7}));
-    EXPECT_EQ(client_->state(), 5);
-    EXPECT_EQ(client_->sequence(), 3);
+    EXPECT_EQ(shown(), (Shown{5, 3}));
 
     auto frame = client_->reply(7);
     EXPECT_EQ(frame, bytes({1, sim::kOpcodeEcho, 0, 3, 9, 8, 7}));
@@ -118,8 +120,7 @@ TEST_F(DspBoardTest, ReplyIsCutToTheCallersBuffer) {
 TEST_F(DspBoardTest, RejectShowsBadCommandAndANewCommandDropsAnUnfetchedReply) {
     attachAndOpen(BoardKind::RF);
     client_->command(sim::kOpcodeReject);
-    EXPECT_EQ(client_->state(), 9);
-    EXPECT_EQ(client_->sequence(), 3);
+    EXPECT_EQ(shown(), (Shown{9, 3}));
     EXPECT_EQ(client_->reply(4), bytes({0, 0, 0, 0}));
 
     // A new command discards an unfetched reply.
@@ -153,13 +154,11 @@ TEST_F(DspBoardTest, AckWindowShowsSevenUnderTheCountInBetween) {
     auto board = attachAndOpen(BoardKind::T1);
     board->setAckTime(30);
     client_->command(12);
-    EXPECT_EQ(client_->state(), 7);
-    EXPECT_EQ(client_->sequence(), 2);
+    EXPECT_EQ(shown(), (Shown{7, 2}));
     clock_->advance(29);
     EXPECT_EQ(client_->state(), 7);
     clock_->advance(1);
-    EXPECT_EQ(client_->state(), 5);
-    EXPECT_EQ(client_->sequence(), 3);
+    EXPECT_EQ(shown(), (Shown{5, 3}));
     auto frame = client_->reply(20);
     EXPECT_EQ(frame[1], 12);
     EXPECT_EQ(frame[18], 102);
@@ -170,11 +169,9 @@ TEST_F(DspBoardTest, AckUnderTheFinalNumberWhenConfigured) {
     board->setAckTime(10);
     board->setAckNumbering(sim::AckNumbering::Final);
     client_->command(0x20);
-    EXPECT_EQ(client_->state(), 7);
-    EXPECT_EQ(client_->sequence(), 3);
+    EXPECT_EQ(shown(), (Shown{7, 3}));
     clock_->advance(10);
-    EXPECT_EQ(client_->state(), 8);
-    EXPECT_EQ(client_->sequence(), 3);
+    EXPECT_EQ(shown(), (Shown{8, 3}));
 }
 
 TEST_F(DspBoardTest, CommandDuringAckCompletesThePreviousOne) {
@@ -182,29 +179,25 @@ TEST_F(DspBoardTest, CommandDuringAckCompletesThePreviousOne) {
     board->setAckTime(100);
     client_->command(0x20);
     client_->command(0x21);
-    EXPECT_EQ(client_->state(), 7);
-    EXPECT_EQ(client_->sequence(), 4);
+    EXPECT_EQ(shown(), (Shown{7, 4}));
     clock_->advance(100);
     EXPECT_EQ(client_->sequence(), 5);
 }
 
 TEST_F(DspBoardTest, MalformedFramesShowBadUsbCommandUntilTheNextGoodFrame) {
     auto board = attachAndOpen(BoardKind::T1);
-    ASSERT_TRUE(client_->send(bytes({1, 0x20})));  // header cut short
-    EXPECT_EQ(client_->state(), 10);
-    ASSERT_TRUE(client_->send(bytes({1, 0x20, 0, 5, 1})));  // fewer bytes than announced
-    EXPECT_EQ(client_->state(), 10);
-    ASSERT_TRUE(client_->send(bytes({9, 0, 0, 0})));  // no such device
-    EXPECT_EQ(client_->state(), 10);
-    ASSERT_TRUE(client_->send(bytes({11, 1, 0, 4, 1, 2, 3, 4})));  // detail too short
-    EXPECT_EQ(client_->state(), 10);
+    // Header cut short, fewer bytes than announced, no such device, detail too short.
+    for (const auto& frame : {bytes({1, 0x20}), bytes({1, 0x20, 0, 5, 1}), bytes({9, 0, 0, 0}),
+                              bytes({11, 1, 0, 4, 1, 2, 3, 4})}) {
+        ASSERT_TRUE(client_->send(frame));
+        EXPECT_EQ(client_->state(), 10);
+    }
     EXPECT_EQ(board->detail().serial, 1050000000u);
     EXPECT_EQ(client_->sequence(), 1);
     EXPECT_EQ(board->commandHistory().size(), 0u);
 
     client_->command(0x20);
-    EXPECT_EQ(client_->state(), 8);
-    EXPECT_EQ(client_->sequence(), 3);
+    EXPECT_EQ(shown(), (Shown{8, 3}));
 }
 
 TEST_F(DspBoardTest, ExtraBytesBeyondTheAnnouncedLengthAreIgnored) {

@@ -121,37 +121,34 @@ TEST_F(DspBootTest, BoardHeldInResetAnswersNothingUntilBooted) {
     EXPECT_EQ(client.state(), 5);
 }
 
-TEST_F(DspBootTest, VersionComesFromTheImageAtTheVersionAddress) {
-    boot({chunk(0x0, bytes({0xAA, 0xBB})), chunk(sim::kVersionAddress, versionSection(54, 7))});
-    EXPECT_EQ(board_->programVersion(), (sim::ProgramVersion{54, 7}));
-
+TEST_F(DspBootTest, VersionComesFromTheImagesVersionWordsOrIsTheKindsDefault) {
+    const std::uint32_t at = sim::kVersionAddress;
+    const auto split = versionSection(0x0102, 0x0304);
+    const struct {
+        const char* what;
+        std::vector<std::vector<BYTE>> chunks;
+        sim::ProgramVersion version;
+    } boots[] = {
+        {"split over two chunks",
+         {chunk(at, {split[0], split[1]}), chunk(at + 2, {split[2], split[3]})},
+         {0x0102, 0x0304}},
+        {"no version words", {chunk(0x0, bytes({1, 2, 3, 4}))}, {53, 2}},
+        {"half a version section", {chunk(at, bytes({60, 0}))}, {53, 2}},
+        {"a version", {chunk(at, versionSection(60, 1))}, {60, 1}},
+        {"the earlier image's version does not survive", {}, {53, 2}},
+        {"at the version address",
+         {chunk(0x0, bytes({0xAA, 0xBB})), chunk(at, versionSection(54, 7))},
+         {54, 7}},
+    };
+    for (const auto& b : boots) {
+        SCOPED_TRACE(b.what);
+        boot(b.chunks);
+        EXPECT_EQ(board_->programVersion(), b.version);
+    }
     client_->command(sim::versionQueryOpcode(BoardKind::RF));
     auto frame = client_->reply(40);
     EXPECT_EQ(wire::readU32le(frame, 4 + 20), 54u);
     EXPECT_EQ(wire::readU32le(frame, 4 + 24), 7u);
-}
-
-TEST_F(DspBootTest, VersionSectionSplitOverTwoChunksCounts) {
-    auto words = versionSection(0x0102, 0x0304);
-    boot({chunk(sim::kVersionAddress, {words[0], words[1]}),
-          chunk(sim::kVersionAddress + 2, {words[2], words[3]})});
-    EXPECT_EQ(board_->programVersion(), (sim::ProgramVersion{0x0102, 0x0304}));
-}
-
-TEST_F(DspBootTest, ImageWithoutVersionWordsRunsTheKindsDefault) {
-    boot({chunk(0x0, bytes({1, 2, 3, 4}))});
-    EXPECT_EQ(board_->programVersion(), (sim::ProgramVersion{53, 2}));
-
-    // Half a version section is no version either.
-    boot({chunk(sim::kVersionAddress, bytes({60, 0}))});
-    EXPECT_EQ(board_->programVersion(), (sim::ProgramVersion{53, 2}));
-}
-
-TEST_F(DspBootTest, VersionOfAnEarlierImageDoesNotSurviveTheNextBoot) {
-    boot({chunk(sim::kVersionAddress, versionSection(60, 1))});
-    EXPECT_EQ(board_->programVersion(), (sim::ProgramVersion{60, 1}));
-    boot({});
-    EXPECT_EQ(board_->programVersion(), (sim::ProgramVersion{53, 2}));
 }
 
 TEST_F(DspBootTest, ChunkWithoutAFullAddressIsRejected) {

@@ -51,12 +51,6 @@ TEST(FirmwareTable, VersionQueryOfEachKindAnswersItsLayout) {
     EXPECT_EQ(pots[1], 3);
 }
 
-TEST(FirmwareTable, T1VersionByteOf255IsAllOnes) {
-    // The controller sign-extends it to 0xFFFF.
-    auto t1 = reply(BoardKind::T1, 12, {0xFFFF, 0});
-    EXPECT_EQ(t1[14], 0xFF);
-}
-
 TEST(FirmwareTable, LookupHelpersAgreeWithTheTables) {
     for (BoardKind kind : kAllKinds) {
         const BYTE opcode = sim::versionQueryOpcode(kind);
@@ -76,9 +70,7 @@ TEST(FirmwareTable, LookupHelpersAgreeWithTheTables) {
                 << sim::kindName(kind) << " opcode " << int{command.opcode};
         }
     }
-    EXPECT_FALSE(sim::flashOpcode(BoardKind::Analog));
-    EXPECT_EQ(sim::flashOpcode(BoardKind::T1), BYTE{50});
-    EXPECT_EQ(sim::flashOpcode(BoardKind::RF), BYTE{15});
+    // The other kinds' flash opcodes: the board kinds' flash test.
     EXPECT_EQ(sim::flashOpcode(BoardKind::IP163), BYTE{0});
 }
 

@@ -2,10 +2,9 @@
 
 #include <chrono>
 #include <filesystem>
-#include <fstream>
-#include <iterator>
 
 #include "platform/child_process.h"
+#include "tests/support/test_support.h"
 
 namespace testing_support {
 
@@ -21,8 +20,7 @@ ProgramRun runProgram(const std::string& program, const std::vector<std::string>
         host::ChildProcess child(std::string(TOVEL_BUILD_DIR) + "/" + program, args, out.string());
         run.exitCode = child.waitForExit(std::chrono::seconds(30)).value_or(-1);
     }
-    std::ifstream in(out);
-    run.output.assign(std::istreambuf_iterator<char>(in), {});
+    run.output = fileText(out.string());
     std::filesystem::remove(out);
     return run;
 }

@@ -3,8 +3,8 @@
 #include <algorithm>
 #include <filesystem>
 #include <fstream>
+#include <iterator>
 #include <random>
-#include <sstream>
 
 #include "boards/error_log.h"
 #include "platform/files.h"
@@ -49,10 +49,12 @@ void TempUnitRoot::writeFile(const std::wstring& originalPath, const std::string
 }
 
 std::string TempUnitRoot::readFile(const std::wstring& originalPath) const {
-    std::ifstream in(hostPath(originalPath), std::ios::binary);
-    std::stringstream ss;
-    ss << in.rdbuf();
-    return ss.str();
+    return fileText(hostPath(originalPath));
+}
+
+std::string fileText(const std::string& hostFile) {
+    std::ifstream in(hostFile, std::ios::binary);
+    return {std::istreambuf_iterator<char>(in), {}};
 }
 
 void TempUnitRoot::namePlatform(const std::string& name) const {
@@ -88,10 +90,7 @@ bool DebugCapture::contains(const std::wstring& fragment) const {
 }
 
 std::vector<std::wstring> logLinesOf(const std::string& hostFile) {
-    std::ifstream in(hostFile, std::ios::binary);
-    std::stringstream ss;
-    ss << in.rdbuf();
-    std::string bytes = ss.str();
+    const std::string bytes = fileText(hostFile);
     std::wstring text =
         host::fromUtf16le(reinterpret_cast<const unsigned char*>(bytes.data()), bytes.size());
     std::vector<std::wstring> lines;

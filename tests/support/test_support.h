@@ -47,6 +47,9 @@ class DebugCapture {
     host::DebugSink previous_;
 };
 
+// The bytes of a host file; empty when it cannot be read.
+std::string fileText(const std::string& hostFile);
+
 // Distinct ports, free a moment ago, outside the range the kernel hands out.
 std::vector<std::uint16_t> freePorts(int count);
 
