@@ -14,7 +14,6 @@ namespace {
 
 constexpr int kKeyWaitMs = 50;  // how often the window looks at its messages and LEDs
 constexpr int kEscapeDelayMs = 25;
-constexpr std::size_t kDebugLinesKept = 200;
 constexpr std::size_t kDebugLinesOnExit = 10;
 constexpr short kLedPair = 1;
 constexpr short kBarPair = 2;
@@ -262,9 +261,10 @@ void CTovelDlg::draw() {
         attron(A_DIM);
         mvaddwstr(layout.freeRows[0], 0, L"Debug output:");
         const std::size_t rows = layout.freeRows.size() - 1;
-        const std::size_t count = std::min(debugLines_.size(), rows);
+        const auto& lines = debugLines_.whole;
+        const std::size_t count = std::min(lines.size(), rows);
         for (std::size_t i = 0; i < count; ++i) {
-            const std::wstring& line = debugLines_[debugLines_.size() - count + i];
+            const std::wstring& line = lines[lines.size() - count + i];
             mvaddwstr(layout.freeRows[1 + rows - count + i], 0, fieldText(line, COLS).c_str());
         }
         attroff(A_DIM);
@@ -283,12 +283,13 @@ void CTovelDlg::holdDebugOutput() {
         host::setDebugSink([this](const std::wstring& text) { onDebugText(text); }, &earlier);
     std::lock_guard<std::mutex> lock(debugLock_);
     // Text written since then continues the earlier unfinished line.
-    if (debugLines_.empty())
-        debugPartial_ = earlier.unfinishedLine + debugPartial_;
+    auto& lines = debugLines_.whole;
+    if (lines.empty())
+        debugLines_.unfinished = earlier.unfinishedLine + debugLines_.unfinished;
     else
-        debugLines_.front() = earlier.unfinishedLine + debugLines_.front();
-    debugLines_.insert(debugLines_.begin(), earlier.recentLines.begin(), earlier.recentLines.end());
-    while (debugLines_.size() > kDebugLinesKept) debugLines_.pop_front();
+        lines.front() = earlier.unfinishedLine + lines.front();
+    lines.insert(lines.begin(), earlier.recentLines.begin(), earlier.recentLines.end());
+    while (lines.size() > debugLines_.kept) lines.pop_front();
     ++debugVersion_;
 }
 
@@ -299,15 +300,7 @@ void CTovelDlg::releaseDebugOutput() {
 
 void CTovelDlg::onDebugText(const std::wstring& text) {
     std::lock_guard<std::mutex> lock(debugLock_);
-    for (wchar_t c : text) {
-        if (c == L'\n') {
-            debugLines_.push_back(std::move(debugPartial_));
-            debugPartial_.clear();
-            if (debugLines_.size() > kDebugLinesKept) debugLines_.pop_front();
-        } else {
-            debugPartial_ += c;
-        }
-    }
+    debugLines_.add(text);
     ++debugVersion_;
 }
 
@@ -318,8 +311,8 @@ void CTovelDlg::leaveLastDebugLines() {
     std::deque<std::wstring> last;
     {
         std::lock_guard<std::mutex> lock(debugLock_);
-        last = debugLines_;
-        if (!debugPartial_.empty()) last.push_back(debugPartial_);
+        last = debugLines_.whole;
+        if (!debugLines_.unfinished.empty()) last.push_back(debugLines_.unfinished);
     }
     const std::size_t skip = last.size() > kDebugLinesOnExit ? last.size() - kDebugLinesOnExit : 0;
     for (std::size_t i = skip; i < last.size(); ++i) host::NKDbgPrintfW(L"%s\n", last[i].c_str());

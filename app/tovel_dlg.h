@@ -92,8 +92,7 @@ class CTovelDlg final : public StatusWindow, private DialogControls {
 
     // Held debug output.
     std::mutex debugLock_;
-    std::deque<std::wstring> debugLines_;
-    std::wstring debugPartial_;
+    host::DebugLines debugLines_;            // as many lines as the debug history keeps
     std::atomic<unsigned> debugVersion_{0};  // bumped by any thread that writes debug output
     unsigned debugShown_ = 0;
     std::atomic<bool> holdingDebug_{false};

@@ -24,7 +24,6 @@ class ScratchRoot {
                 ("coff-fuzz-" + std::to_string(random()) + std::to_string(random()));
         std::filesystem::create_directories(root_);
         host::setUnitRoot(root_.string());
-        host::setDebugSink([](const std::wstring&) {});  // the event log's echo is noise here
     }
     ~ScratchRoot() {
         std::error_code ignored;
@@ -32,6 +31,7 @@ class ScratchRoot {
     }
 
   private:
+    host::DebugSilence silence_;  // the event log's echo is noise here
     std::filesystem::path root_;
 };
 

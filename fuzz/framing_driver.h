@@ -184,22 +184,16 @@ class Checker final : public SessionBoard, public ReplySink, public SessionOwner
 // whoever drives it holds one of these.
 class QuietHost {
   public:
-    QuietHost()
-        : clock_(std::make_shared<host::ManualClock>()),
-          previousSink_(host::setDebugSink([](const std::wstring&) {})),
-          previousRoot_(host::unitRoot()) {
+    QuietHost() : clock_(std::make_shared<host::ManualClock>()), previousRoot_(host::unitRoot()) {
         host::setUnitRoot("/dev/null/no-unit");
     }
-    ~QuietHost() {
-        host::setUnitRoot(previousRoot_);
-        host::setDebugSink(previousSink_);
-    }
+    ~QuietHost() { host::setUnitRoot(previousRoot_); }
     QuietHost(const QuietHost&) = delete;
     QuietHost& operator=(const QuietHost&) = delete;
 
   private:
     host::ScopedClock clock_;
-    host::DebugSink previousSink_;
+    host::DebugSilence silence_;
     std::string previousRoot_;
 };
 

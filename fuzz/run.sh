@@ -16,9 +16,7 @@ summary=""
 for target in "$@"; do
     case $target in
         coff_reader_fuzz) name=coff; options="-max_len=131072 -malloc_limit_mb=64" ;;
-        # The serving core keeps the debug output's bounded history, so runs
-        # never balance their allocations; leaks still show at exit.
-        framer_fuzz) name=framer; options="-max_len=30000 -detect_leaks=0" ;;
+        framer_fuzz) name=framer; options="-max_len=30000" ;;
         *) echo "fuzz/run.sh: no corpus for $target" >&2; exit 2 ;;
     esac
     work=$build/fuzz-work/$name

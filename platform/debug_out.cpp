@@ -1,8 +1,8 @@
 #include "platform/debug_out.h"
 
+#include <atomic>
 #include <cstdarg>
 #include <cstdio>
-#include <deque>
 #include <memory>
 #include <mutex>
 
@@ -13,39 +13,41 @@ namespace {
 
 struct Sink {
     std::mutex mutex;
-    std::deque<std::wstring> lines;  // the history's whole lines
-    std::wstring partial;
+    DebugLines history;
     DebugSink sink;
     std::unique_ptr<std::FILE, int (*)(std::FILE*)> file{nullptr, &std::fclose};
 };
+
+std::atomic<int> silences{0};
 
 Sink& sink() {
     static Sink s;
     return s;
 }
 
-void remember(Sink& s, const std::wstring& text) {
+}  // namespace
+
+void DebugLines::add(const std::wstring& text) {
     for (wchar_t c : text) {
         if (c != L'\n') {
-            s.partial += c;
-            if (s.partial.size() < DebugHistory::kDebugHistoryLineChars) continue;
+            unfinished += c;
+            if (unfinished.size() < DebugHistory::kDebugHistoryLineChars) continue;
         }
-        s.lines.push_back(std::move(s.partial));
-        s.partial.clear();
-        if (s.lines.size() > DebugHistory::kDebugHistoryLines) s.lines.pop_front();
+        whole.push_back(std::move(unfinished));
+        unfinished.clear();
+        if (whole.size() > kept) whole.pop_front();
     }
 }
 
-}  // namespace
-
 void NKDbgPrintfW(const wchar_t* fmt, ...) {
+    if (silences.load(std::memory_order_relaxed) > 0) return;
     va_list args;
     va_start(args, fmt);
     std::wstring text = vwformat(fmt, args);
     va_end(args);
     auto& s = sink();
     std::lock_guard<std::mutex> lock(s.mutex);
-    remember(s, text);
+    s.history.add(text);
     if (s.sink) {
         s.sink(text);
         return;
@@ -60,8 +62,8 @@ DebugSink setDebugSink(DebugSink newSink, DebugHistory* history) {
     auto& s = sink();
     std::lock_guard<std::mutex> lock(s.mutex);
     if (history) {
-        history->recentLines.assign(s.lines.begin(), s.lines.end());
-        history->unfinishedLine = s.partial;
+        history->recentLines.assign(s.history.whole.begin(), s.history.whole.end());
+        history->unfinishedLine = s.history.unfinished;
     }
     DebugSink old = std::move(s.sink);
     s.sink = std::move(newSink);
@@ -75,6 +77,13 @@ bool setDebugFile(const std::string& hostPath) {
     std::lock_guard<std::mutex> lock(s.mutex);
     s.file.reset(f);
     return true;
+}
+
+DebugSilence::DebugSilence() {
+    ++silences;
+}
+DebugSilence::~DebugSilence() {
+    --silences;
 }
 
 }  // namespace host
