@@ -77,7 +77,7 @@ ReaderVerdict runReader(const fs::path& hostFile) {
     const std::string logFile = host::mapPath(logFolder + L"\\usb.log");
     fs::create_directories(fs::path(logFile).parent_path(), failed);
     // The reader's lines are collected from the log; keep them off stderr.
-    const host::DebugSink previousSink = host::setDebugSink([](const std::wstring&) {});
+    const host::DebugSilence silence;
 
     ReaderVerdict verdict;
     verdict.result = readCoffImage(host::widen(absolute.generic_string()), verdict.sections,
@@ -85,7 +85,6 @@ ReaderVerdict runReader(const fs::path& hostFile) {
     closeLogFileForShutdown();
     verdict.messages = eventLogLines(logFile);
 
-    host::setDebugSink(previousSink);
     host::setUnitRoot(previousRoot);
     return verdict;
 }
