@@ -8,6 +8,7 @@
 #include <filesystem>
 #include <map>
 #include <mutex>
+#include <optional>
 #include <vector>
 
 #include "platform/last_error.h"
@@ -127,15 +128,16 @@ class FileObject final : public StreamObject {
     std::string path_;
 };
 
-// Finds an entry of `dir` whose name equals `component` without regard to case.
-std::string matchComponent(const fs::path& dir, const std::wstring& component) {
+// Finds an entry of `dir` whose name equals `component` without regard to
+// case; none when `dir` has no such entry (or is no directory).
+std::optional<std::string> matchComponent(const fs::path& dir, const std::wstring& component) {
     std::error_code ec;
     if (fs::exists(dir / narrow(component), ec)) return narrow(component);
     for (fs::directory_iterator it(dir, ec), end; !ec && it != end; it.increment(ec)) {
         std::string name = it->path().filename().string();
         if (iequals(widen(name), component)) return name;
     }
-    return narrow(component);
+    return std::nullopt;
 }
 
 std::string hostPathOf(const wchar_t* path) {
@@ -157,6 +159,9 @@ std::string unitRoot() {
 std::string mapPath(const std::wstring& originalPath) {
     fs::path result = unitRoot();
     std::wstring component;
+    // Below a folder that does not exist nothing does: the rest of the path
+    // is taken as written, without looking (a failing open stays cheap).
+    std::size_t missingDepth = 0;
     auto flush = [&] {
         if (component.empty() || component == L".") {
             component.clear();
@@ -165,8 +170,15 @@ std::string mapPath(const std::wstring& originalPath) {
         if (component == L"..") {
             // Never climb out of the unit root.
             if (result != fs::path(unitRoot())) result = result.parent_path();
+            if (missingDepth > 0) --missingDepth;
+        } else if (missingDepth > 0) {
+            result /= narrow(component);
+            ++missingDepth;
+        } else if (auto name = matchComponent(result, component)) {
+            result /= *name;
         } else {
-            result /= matchComponent(result, component);
+            result /= narrow(component);
+            missingDepth = 1;
         }
         component.clear();
     };
