@@ -15,19 +15,6 @@ using Lines = std::vector<std::wstring>;
 
 constexpr DWORD kTicks127s = 468172800;
 
-// The watchdog on KTX (the vendor library) or on VBQ (the operating-system
-// timer registers).
-template <bool kKtx>
-class WatchDogOn : public WatchdogTest {
-  protected:
-    void SetUp() override {
-        WatchdogTest::SetUp();
-        kKtx ? onKtx() : onVbq();
-    }
-};
-using KtxWatchDog = WatchDogOn<true>;
-using VbqWatchDog = WatchDogOn<false>;
-
 // --- KTX: the vendor library ---------------------------------------------
 
 TEST_F(KtxWatchDog, SingletonArmsTheVendorWatchdogWith127000Ms) {
