@@ -129,12 +129,6 @@ TEST_F(VbqWatchDog, IntervalAbove1165SecondsIsCutToTheLargestThatFits) {
     EXPECT_EQ(debug_.texts().size(), 3u);  // no second complaint
 }
 
-TEST_F(VbqWatchDog, MatchWrapsWithTheCounter) {
-    OsTimerBlock timer(0xF0000000u, false);
-    WatchDog dog(127);
-    EXPECT_EQ(timer.read(OsTimerBlock::OSMR3), static_cast<DWORD>(0xF0000000u + kTicks127s));
-}
-
 TEST_F(VbqWatchDog, ServiceMovesTheMatchAheadOfTheCurrentCounter) {
     OsTimerBlock timer(0, false);
     WatchDog dog(127);

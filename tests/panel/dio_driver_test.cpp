@@ -183,15 +183,4 @@ TEST_F(DioDriverTest, StopsPromptlyAndClosesTheDevice) {
     EXPECT_TRUE(next.isRunning());
 }
 
-TEST_F(DioDriverTest, ProcessDriverIsMadeOnceOnDio1) {
-    DioDriver* driver = DioDriver::instance();
-    EXPECT_EQ(DioDriver::instance(), driver);
-    EXPECT_EQ(driver->name(), L"DIO1:");
-    EXPECT_EQ(driver->period(), 10u);
-    DigitalOutput led(12);
-    led.setOn();
-    EXPECT_TRUE(block_->output(12));
-    EXPECT_EQ(block_->direction() & (1u << 12), 1u << 12);
-}
-
 }  // namespace
