@@ -102,10 +102,6 @@ TEST_F(KnobDecoding, LevelsOfLinesAAndBMakeTheCode) {
     EXPECT_EQ(knob_.getCount(), 1);
 }
 
-TEST_F(KnobDecoding, PointNotificationAnswersZero) {
-    EXPECT_EQ(knob_.newValue(static_cast<IOPoint*>(&lineA_)), 0);
-}
-
 // The knob leaves its digital inputs when it goes.
 TEST_F(KnobTest, DigitalInputsOutliveTheKnob) {
     DigitalInput lineA(0, 50, true);

@@ -45,6 +45,7 @@ TEST_F(DioDriverTest, OutputsWriteTheirLineAndKeepTheOthers) {
     EXPECT_TRUE(block_->output(5));
     EXPECT_EQ(block_->outputs(), (1u << 5) | (1u << 30));
     led.setOff();
+    EXPECT_FALSE(led.isOn());
     EXPECT_FALSE(block_->output(5));
     EXPECT_TRUE(block_->output(30));
     EXPECT_EQ(driver.outputs(), 1u << 30);

@@ -1,10 +1,9 @@
-// I/O points: their queues, levels, kinds, listeners and updaters.
+// Input points: their queues, levels, kinds, listeners and updaters.
 #include <gtest/gtest.h>
 
 #include <tuple>
 
 #include "panel/digital_input.h"
-#include "panel/digital_output.h"
 #include "panel/multi_digital_input.h"
 #include "panel_test_support.h"
 #include "recording_listeners.h"
@@ -47,16 +46,6 @@ TEST_F(IOPointTest, ActiveLevelDecidesWhatCountsAsOn) {
         input.setValue(raw);
         EXPECT_EQ(input.currentValue(), IOValue(on)) << activeHigh << " " << raw;
     }
-}
-
-TEST_F(IOPointTest, OutputRemembersTheLastLevelWritten) {
-    DigitalOutput output(0, nullptr);
-    EXPECT_FALSE(output.isOn());
-    output.setOn();
-    EXPECT_TRUE(output.isOn());
-    output.setOff();
-    EXPECT_FALSE(output.isOn());
-    EXPECT_EQ(output.queuedCount(), 1u);
 }
 
 // Without history the listeners hear at once, in the setting thread, and get

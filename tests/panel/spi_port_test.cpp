@@ -41,6 +41,19 @@ class RefusingSpi final : public host::StreamDriver, public host::DeviceInstance
     std::atomic<bool> refuse{false};
 };
 
+// The refusing driver of "SPI3:", kept for the process like the chips.
+std::shared_ptr<RefusingSpi> refusingOnPort3() {
+    static const auto spi = [] {
+        auto made = std::make_shared<RefusingSpi>();
+        made->self = made;
+        host::registerStreamDriver(L"SPI3:", made);
+        return made;
+    }();
+    spi->refuse = false;
+    spi->chip.reset();
+    return spi;
+}
+
 class SpiPortTest : public panel_test::ManualClockTest {
   protected:
     testing_support::DebugCapture debug_;
@@ -105,9 +118,7 @@ TEST_F(SpiPortTest, WriteSendsTheValueWithItsTransferLength) {
 }
 
 TEST_F(SpiPortTest, RefusedRequestIsReported) {
-    auto spi = std::make_shared<RefusingSpi>();
-    spi->self = spi;
-    host::registerStreamDriver(L"SPI3:", spi);
+    auto spi = refusingOnPort3();
     SpiPort* port = SpiPort::getPort(3, 1);
     ASSERT_TRUE(port->writeSPI(0x9002, 16));
     spi->chip.setCount(0xABCD);
