@@ -75,7 +75,7 @@ TEST_F(DialogTest, LedLinesFollowThePlatformAndAnUnreadableOneIsTakenForKtx) {
 TEST_F(DialogTest, ABlinkerWhoseLineCannotBeHadIsSkipped) {
     onVbq();
     auto env = fakeEnvironment();
-    env.makeLedLine = [this](int line) {
+    env.makeLedLine = [](int line) {
         return line == 19 ? nullptr : std::make_unique<dialog_test::FakeLine>(line);  // no green
     };
     DialogCore core(env);
