@@ -14,39 +14,22 @@
 
 namespace {
 
-// Virtual time that moves only when the test says so, and that records every
-// timed wait begun on it: the test sees how long each blinker pause is and
-// then moves the time exactly to its end, so every line write happens at a
-// known virtual time.
+// Virtual time that moves only when the test says so (a manual clock), and
+// that records every timed wait begun on it: the test sees how long each
+// blinker pause is and then moves the time exactly to its end, so every line
+// write happens at a known virtual time.
 class SteppingClock final : public host::Clock {
   public:
-    DWORD tickCount() override { return now_.load(); }
+    DWORD tickCount() override { return time_.tickCount(); }
     void sleep(DWORD ms) override {
-        std::mutex m;
-        std::condition_variable cv;
-        std::unique_lock<std::mutex> lock(m);
-        waitFor(cv, lock, ms, [] { return false; });
+        record(ms);
+        time_.sleep(ms);
     }
-    std::chrono::system_clock::time_point wallTime() override {
-        return std::chrono::system_clock::time_point{} + std::chrono::milliseconds(now_.load());
-    }
+    std::chrono::system_clock::time_point wallTime() override { return time_.wallTime(); }
     bool waitFor(std::condition_variable& cv, std::unique_lock<std::mutex>& lock, DWORD timeoutMs,
                  const std::function<bool()>& ready) override {
-        if (timeoutMs == INFINITE) {
-            cv.wait(lock, ready);
-            return true;
-        }
-        const DWORD deadline = now_.load() + timeoutMs;
-        {
-            std::lock_guard<std::mutex> guard(mutex_);
-            waits_.push_back(timeoutMs);
-        }
-        bool ok = ready();
-        while (!ok && static_cast<int>(deadline - now_.load()) > 0) {
-            cv.wait_for(lock, std::chrono::microseconds(200));
-            ok = ready();
-        }
-        return ok;
+        if (timeoutMs != INFINITE) record(timeoutMs);
+        return time_.waitFor(cv, lock, timeoutMs, ready);
     }
 
     // Waits (real time) until the n-th timed wait (from 1) has begun and
@@ -65,10 +48,14 @@ class SteppingClock final : public host::Clock {
         std::lock_guard<std::mutex> guard(mutex_);
         return waits_.size();
     }
-    void advance(DWORD ms) { now_ += ms; }
+    void advance(DWORD ms) { time_.advance(ms); }
 
   private:
-    std::atomic<DWORD> now_{1000};
+    void record(DWORD ms) {
+        std::lock_guard<std::mutex> guard(mutex_);
+        waits_.push_back(ms);
+    }
+    host::ManualClock time_{1000, host::ManualClock::SleepMode::Block};
     std::mutex mutex_;
     std::vector<DWORD> waits_;
 };

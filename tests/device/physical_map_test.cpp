@@ -58,25 +58,23 @@ TEST(MapPhysicalAddr, BlockKeepsItsOffsetAndGetsEveryPageItTouches) {
     }
 }
 
-TEST(MapPhysicalAddr, UnbackedAddressFailsInVirtualCopyAndReleasesTheReservation) {
-    testing_support::DebugCapture debug;
+TEST(MapPhysicalAddr, BadBlockFailsAndReleasesTheReservation) {
+    const wchar_t* const copyFails = L"\tMapPhysicalAddr : return false from VirtualCopy(). \r\n";
+    const wchar_t* const reserveFails = L"\tMapPhysicalAddr : Error Return. \r\n";
+    const struct {
+        DWORD address, size;
+        const wchar_t* says;
+    } cases[] = {{0x60000000, 0x1000, copyFails},   // unbacked
+                 {kBase + 0xFF0, 0x20, copyFails},  // partly beyond the region
+                 {kBase, 0, reserveFails},
+                 {kBase + 0x10, 0xFFFFFFF8u, reserveFails}};
     Region region(kBase, 0x1000);
-    EXPECT_EQ(MapPhysicalAddr(0x60000000, 0x1000), nullptr);
-    // Part of the block lies beyond the region.
-    EXPECT_EQ(MapPhysicalAddr(kBase + 0xFF0, 0x20), nullptr);
-    EXPECT_EQ(debug.texts(), (std::vector<std::wstring>(
-                                 2, L"\tMapPhysicalAddr : return false from VirtualCopy(). \r\n")));
-    EXPECT_EQ(host::reservationCountForTest(), 0u);
-}
-
-TEST(MapPhysicalAddr, EmptyOrHugeBlockFailsToReserve) {
-    testing_support::DebugCapture debug;
-    Region region(kBase, 0x1000);
-    EXPECT_EQ(MapPhysicalAddr(kBase, 0), nullptr);
-    EXPECT_EQ(MapPhysicalAddr(kBase + 0x10, 0xFFFFFFF8u), nullptr);
-    EXPECT_EQ(debug.texts(),
-              (std::vector<std::wstring>(2, L"\tMapPhysicalAddr : Error Return. \r\n")));
-    EXPECT_EQ(host::reservationCountForTest(), 0u);
+    for (const auto& c : cases) {
+        testing_support::DebugCapture debug;
+        EXPECT_EQ(MapPhysicalAddr(c.address, c.size), nullptr) << c.address << "+" << c.size;
+        EXPECT_EQ(debug.texts(), std::vector<std::wstring>{c.says});
+        EXPECT_EQ(host::reservationCountForTest(), 0u);
+    }
 }
 
 TEST(PhysicalRegions, MustBePageAlignedAndMustNotOverlap) {

@@ -15,6 +15,7 @@
 #include "platform/clock.h"
 #include "platform/process.h"
 #include "platform/registry.h"
+#include "sim/watchdog_unit.h"
 #include "tests/support/test_support.h"
 #include "tests/support/waiting.h"
 
@@ -57,6 +58,18 @@ class WatchdogTest : public ::testing::Test {
         testing_support::eventually([&] { return time_->waiters() >= count; });
     }
 
+    // Armed and never serviced, the simulated unit is reset at 127 s and not sooner.
+    void expectResetAfter127SecondsUnserviced() {
+        WatchDog::Singleton();
+        monitorsWaiting();
+        time_->advance(126999);
+        EXPECT_TRUE(stillRunning());
+        time_->advance(1);
+        EXPECT_EQ(resetCode(), sim::kWatchdogResetExitCode);
+        EXPECT_TRUE(debug_.contains(L"SIMULATED HARDWARE WATCHDOG EXPIRED"));
+        EXPECT_TRUE(testing_support::logContains(L"Hardware watchdog expired"));
+    }
+
     testing_support::TempUnitRoot root_;
     std::shared_ptr<host::ManualClock> time_ = std::make_shared<host::ManualClock>(1000);
     host::ScopedClock scopedClock_{time_};
@@ -65,3 +78,16 @@ class WatchdogTest : public ::testing::Test {
     std::atomic<DWORD> resetTick_{0};  // the virtual time of the reset
     host::ExitHandler previousExit_;
 };
+
+// The watchdog on KTX (the vendor library) or on VBQ (the operating-system
+// timer registers).
+template <bool kKtx>
+class WatchDogOn : public WatchdogTest {
+  protected:
+    void SetUp() override {
+        WatchdogTest::SetUp();
+        kKtx ? onKtx() : onVbq();
+    }
+};
+using KtxWatchDog = WatchDogOn<true>;
+using VbqWatchDog = WatchDogOn<false>;

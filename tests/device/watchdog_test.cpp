@@ -15,19 +15,6 @@ using Lines = std::vector<std::wstring>;
 
 constexpr DWORD kTicks127s = 468172800;
 
-// The watchdog on KTX (the vendor library) or on VBQ (the operating-system
-// timer registers).
-template <bool kKtx>
-class WatchDogOn : public WatchdogTest {
-  protected:
-    void SetUp() override {
-        WatchdogTest::SetUp();
-        kKtx ? onKtx() : onVbq();
-    }
-};
-using KtxWatchDog = WatchDogOn<true>;
-using VbqWatchDog = WatchDogOn<false>;
-
 // --- KTX: the vendor library ---------------------------------------------
 
 TEST_F(KtxWatchDog, SingletonArmsTheVendorWatchdogWith127000Ms) {
@@ -140,12 +127,6 @@ TEST_F(VbqWatchDog, IntervalAbove1165SecondsIsCutToTheLargestThatFits) {
     EXPECT_EQ(within.interval(), 737280000u);
     EXPECT_EQ(timer.read(OsTimerBlock::OSMR3), 737280000u);
     EXPECT_EQ(debug_.texts().size(), 3u);  // no second complaint
-}
-
-TEST_F(VbqWatchDog, MatchWrapsWithTheCounter) {
-    OsTimerBlock timer(0xF0000000u, false);
-    WatchDog dog(127);
-    EXPECT_EQ(timer.read(OsTimerBlock::OSMR3), static_cast<DWORD>(0xF0000000u + kTicks127s));
 }
 
 TEST_F(VbqWatchDog, ServiceMovesTheMatchAheadOfTheCurrentCounter) {

@@ -13,7 +13,6 @@
 #include "app/dialog_core.h"
 #include "device/power_fail.h"
 #include "tests/device/watchdog_fixture.h"
-#include "tests/support/recorded.h"
 #include "tests/support/waiting.h"
 
 namespace dialog_test {
@@ -29,19 +28,6 @@ class FakeLine : public LedLine {
     bool isOn() const override { return on.load(); }
     const int number;
     std::atomic<bool> on{false};
-};
-
-// Makes FakeLines and remembers which line numbers were asked for, in order.
-class FakeLeds {
-  public:
-    std::unique_ptr<LedLine> make(int line) {
-        asked_.add(line);
-        return std::make_unique<FakeLine>(line);
-    }
-    std::vector<int> asked() const { return asked_.values(); }
-
-  private:
-    testing_support::Recorded<int> asked_;
 };
 
 // Controls that record what the message handling set.
@@ -85,12 +71,11 @@ class DialogTest : public WatchdogTest {
         DialogCore::Environment env;
         env.cpuTimes = [this] { return host::CpuTimes{busyTicks_.load(), totalTicks_.load()}; };
         env.anySessionActive = [this] { return sessionActive_.load(); };
-        env.makeLedLine = [this](int line) { return leds_.make(line); };
+        env.makeLedLine = [](int line) { return std::make_unique<FakeLine>(line); };
         env.stopController = [this] { ++controllerStops_; };
         return env;
     }
 
-    FakeLeds leds_;
     // The machine's processor time counters as the stand-in reports them.
     std::atomic<std::uint64_t> busyTicks_{0};
     std::atomic<std::uint64_t> totalTicks_{0};

@@ -77,6 +77,7 @@ TEST_F(KnobListeners, RemoveTakesOutTheFirstEntryOnlyAndIgnoresStrangers) {
     knob_.addListener(&second_);
     knob_.addListener(&first_);
     knob_.addListener(&last);
+    knob_.addListener(nullptr);  // not taken
     knob_.removeListener(&first_);
     knob_.removeListener(nullptr);  // a stranger changes nothing
     EXPECT_EQ(knob_.updater().listeners(),

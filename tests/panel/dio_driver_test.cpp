@@ -45,6 +45,7 @@ TEST_F(DioDriverTest, OutputsWriteTheirLineAndKeepTheOthers) {
     EXPECT_TRUE(block_->output(5));
     EXPECT_EQ(block_->outputs(), (1u << 5) | (1u << 30));
     led.setOff();
+    EXPECT_FALSE(led.isOn());
     EXPECT_FALSE(block_->output(5));
     EXPECT_TRUE(block_->output(30));
     EXPECT_EQ(driver.outputs(), 1u << 30);
@@ -181,17 +182,6 @@ TEST_F(DioDriverTest, StopsPromptlyAndClosesTheDevice) {
     EXPECT_EQ(block_->reads(), 1);
     DioDriver next;
     EXPECT_TRUE(next.isRunning());
-}
-
-TEST_F(DioDriverTest, ProcessDriverIsMadeOnceOnDio1) {
-    DioDriver* driver = DioDriver::instance();
-    EXPECT_EQ(DioDriver::instance(), driver);
-    EXPECT_EQ(driver->name(), L"DIO1:");
-    EXPECT_EQ(driver->period(), 10u);
-    DigitalOutput led(12);
-    led.setOn();
-    EXPECT_TRUE(block_->output(12));
-    EXPECT_EQ(block_->direction() & (1u << 12), 1u << 12);
 }
 
 }  // namespace

@@ -1,17 +1,13 @@
-// I/O points: their queues, levels, kinds, listeners and updaters.
+// Input points: their queues, levels, kinds, listeners and updaters.
 #include <gtest/gtest.h>
 
-#include <atomic>
 #include <tuple>
 
 #include "panel/digital_input.h"
-#include "panel/digital_output.h"
-#include "panel/io_updater.h"
 #include "panel/multi_digital_input.h"
 #include "panel_test_support.h"
 #include "recording_listeners.h"
 
-using panel_test::advanceUntil;
 using panel_test::DigitalRecorder;
 using panel_test::eventually;
 using panel_test::MultiRecorder;
@@ -50,16 +46,6 @@ TEST_F(IOPointTest, ActiveLevelDecidesWhatCountsAsOn) {
         input.setValue(raw);
         EXPECT_EQ(input.currentValue(), IOValue(on)) << activeHigh << " " << raw;
     }
-}
-
-TEST_F(IOPointTest, OutputRemembersTheLastLevelWritten) {
-    DigitalOutput output(0, nullptr);
-    EXPECT_FALSE(output.isOn());
-    output.setOn();
-    EXPECT_TRUE(output.isOn());
-    output.setOff();
-    EXPECT_FALSE(output.isOn());
-    EXPECT_EQ(output.queuedCount(), 1u);
 }
 
 // Without history the listeners hear at once, in the setting thread, and get
@@ -119,68 +105,6 @@ TEST_F(IOPointTest, DeeperQueueIsDrainedOneRoundPerValue) {
     clock_->advance(50);
     ASSERT_TRUE(eventually([&] { return recorder.values.count() == 2; }));
     EXPECT_EQ(recorder.values.values(), (std::vector<int>{2, 2}));
-}
-
-TEST_F(IOPointTest, RemoveListenerTakesOutOneEntry) {
-    MultiRecorder kept;
-    MultiRecorder removed;
-    MultiRecorder stranger;
-    MultiDigitalInput multi(0, 30000, true);
-    multi.addListener(&removed);
-    multi.addListener(&kept);
-    multi.addListener(&removed);
-    EXPECT_TRUE(multi.removeListener(&removed));
-    EXPECT_FALSE(multi.removeListener(&stranger));
-    multi.setValue(5);
-    EXPECT_EQ(kept.values.count(), 1u);
-    EXPECT_EQ(removed.values.count(), 1u);
-    EXPECT_EQ(stranger.values.count(), 0u);
-}
-
-TEST_F(IOPointTest, PointWithLongUpdaterPeriodGoesAtOnce) {
-    // Neither the updater nor anything else may wait out its 30 s period.
-    auto multi = std::make_unique<MultiDigitalInput>(1, 30000, true);
-    multi->setValue(1);
-    const auto before = std::chrono::steady_clock::now();
-    multi.reset();
-    EXPECT_LT(std::chrono::steady_clock::now() - before, std::chrono::seconds(2));
-}
-
-// An owner of its own kind, like the knob: events are counted, and the
-// updater coalesces what happened between two polls into one notification.
-class Counter : public IOUpdateOwner {
-  public:
-    bool hasEvents() override { return count != reported; }
-    void removeEvent() override { reported = count.load(); }
-    std::atomic<int> count{0};
-    std::atomic<int> reported{0};
-};
-
-struct CountListener {
-    panel_test::Recorded<int> seen;
-};
-
-TEST_F(IOPointTest, UpdaterCoalescesAnOwnersEventsPerPoll) {
-    Counter owner;
-    CountListener a;
-    CountListener b;
-    IOUpdater<CountListener> updater(
-        owner, 50, [&owner](CountListener& l) { l.seen.add(owner.reported); },
-        host::THREAD_PRIORITY_BELOW_NORMAL);
-    updater.addListener(&a);
-    updater.addListener(&b);
-    updater.addListener(nullptr);
-    EXPECT_EQ(updater.listeners().size(), 2u);
-    EXPECT_EQ(updater.priority(), host::THREAD_PRIORITY_BELOW_NORMAL);
-    ASSERT_TRUE(eventually([&] { return clock_->waiters() > 0; }));
-    owner.count = 3;
-    owner.count = 4;
-    clock_->advance(50);
-    ASSERT_TRUE(eventually([&] { return b.seen.count() == 1; }));
-    EXPECT_EQ(a.seen.values(), std::vector<int>{4});
-    EXPECT_EQ(b.seen.values(), std::vector<int>{4});
-    ASSERT_TRUE(advanceUntil(*clock_, 50, [&] { return clock_->tickCount() >= 1500; }));
-    EXPECT_EQ(a.seen.count(), 1u);
 }
 
 }  // namespace

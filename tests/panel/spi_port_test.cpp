@@ -2,78 +2,56 @@
 // LS7366R counter read through it.
 #include <gtest/gtest.h>
 
-#include <cstring>
+#include <atomic>
 #include <map>
-#include <mutex>
 
 #include "panel/spi_port.h"
 #include "panel_test_support.h"
 #include "platform/devices.h"
-#include "platform/sync.h"
-#include "platform/text.h"
 #include "sim/spi_counter.h"
 #include "tests/support/test_support.h"
 
 namespace {
 
-// An SPI driver that answers every exchange with a fixed received word and
-// remembers what it was asked.
-class ScriptedSpi final : public host::StreamDriver, public host::DeviceInstance {
+// The counter chip on a port, back at its power-up state. Port objects live
+// as long as the process, and so do the devices they opened: each port keeps
+// its chip for the process.
+std::shared_ptr<sim::Ls7366rCounter> chipOn(int port) {
+    static std::map<int, std::shared_ptr<sim::Ls7366rCounter>> chips;
+    auto& chip = chips[port];
+    if (!chip) chip = sim::installSpiCounter(port);
+    chip->reset();
+    return chip;
+}
+
+// An SPI driver that hands every exchange to its chip until told to refuse.
+class RefusingSpi final : public host::StreamDriver, public host::DeviceInstance {
   public:
     std::shared_ptr<host::DeviceInstance> open(DWORD, DWORD, DWORD&) override {
         return self.lock();
     }
     bool ioControl(DWORD code, void* in, DWORD inSize, void*, DWORD, DWORD*,
                    DWORD& error) override {
-        std::lock_guard<std::mutex> lock(mutex);
-        if (fail) {
-            error = ERROR_GEN_FAILURE;
-            return false;
-        }
-        host::SpiExchange* request = nullptr;
-        std::memcpy(&request, in, sizeof request);
-        lastCode = code;
-        lastInSize = inSize;
-        lastConfig = *request->config;
-        lastTx = *request->tx;
-        *request->rx = answer;
-        if (complete) host::SetEvent(request->event);
-        return true;
+        if (!refuse) return chip.ioControl(code, in, inSize, error);
+        error = ERROR_GEN_FAILURE;
+        return false;
     }
-
-    // Port objects live as long as the process, and so do the devices they
-    // opened: each port keeps one scripted driver, set back for every test.
-    static std::shared_ptr<ScriptedSpi> on(int port) {
-        static std::map<int, std::shared_ptr<ScriptedSpi>> drivers;
-        auto& driver = drivers[port];
-        if (!driver) {
-            driver = std::make_shared<ScriptedSpi>();
-            driver->self = driver;
-            host::registerStreamDriver(host::wformat(L"SPI%d:", port), driver);
-        }
-        std::lock_guard<std::mutex> lock(driver->mutex);
-        driver->answer = 0;
-        driver->fail = false;
-        driver->complete = true;
-        return driver;
-    }
-
-    std::weak_ptr<ScriptedSpi> self;
-    std::mutex mutex;
-    DWORD answer = 0;
-    bool fail = false;
-    bool complete = true;
-    DWORD lastCode = 0;
-    DWORD lastInSize = 0;
-    DWORD lastTx = 0;
-    host::SpiBusConfig lastConfig{};
+    std::weak_ptr<RefusingSpi> self;
+    sim::Ls7366rCounter chip;
+    std::atomic<bool> refuse{false};
 };
 
-// The counter chip on port 1, the same way.
-std::shared_ptr<sim::Ls7366rCounter> counterOnPort1() {
-    static const auto chip = sim::installSpiCounter(1);
-    chip->reset();
-    return chip;
+// The refusing driver of "SPI3:", kept for the process like the chips.
+std::shared_ptr<RefusingSpi> refusingOnPort3() {
+    static const auto spi = [] {
+        auto made = std::make_shared<RefusingSpi>();
+        made->self = made;
+        host::registerStreamDriver(L"SPI3:", made);
+        return made;
+    }();
+    spi->refuse = false;
+    spi->chip.reset();
+    return spi;
 }
 
 class SpiPortTest : public panel_test::ManualClockTest {
@@ -103,7 +81,7 @@ TEST_F(SpiPortTest, PortOutsideOneToFourOrWithoutADriverIsRefused) {
 }
 
 TEST_F(SpiPortTest, PortIsMadeOnceWithTheFirstChipSelect) {
-    counterOnPort1();
+    chipOn(1);
     SpiPort* first = SpiPort::getPort(1, 1);
     EXPECT_EQ(SpiPort::getPort(1, 2), first);
     EXPECT_EQ(first->busConfig().chipSelect, 1);
@@ -118,34 +96,34 @@ TEST_F(SpiPortTest, BitCountCodeIsTheTransferLengthMinusOne) {
 }
 
 TEST_F(SpiPortTest, ReadAnswersTheSixteenBitsAfterTheCommandByte) {
-    auto spi = ScriptedSpi::on(2);
-    spi->answer = 0xAB123456;
+    auto chip = chipOn(2);
     SpiPort* port = SpiPort::getPort(2, 1);
+    ASSERT_TRUE(port->writeSPI(0x9002, 16));  // a two-byte counter
+    chip->setCount(0x1234);
+    // The chip answers ones around the counter's two bytes.
     EXPECT_EQ(port->readSPI(0x60, 24), 0x1234u);
-    EXPECT_EQ(spi->lastCode, host::IOCTL_SPI_EXCHANGE);
-    EXPECT_EQ(spi->lastInSize, 20u);
-    EXPECT_EQ(spi->lastTx, 0x60000000u);
-    EXPECT_EQ(spi->lastConfig.bitCountCode, 31);
+    EXPECT_EQ(chip->lastBusConfig().bitCountCode, 31);
     EXPECT_EQ(port->lastReceived(), 0x1234u);
 }
 
 TEST_F(SpiPortTest, WriteSendsTheValueWithItsTransferLength) {
-    auto spi = ScriptedSpi::on(2);
+    auto chip = chipOn(2);
     SpiPort* port = SpiPort::getPort(2, 1);
     EXPECT_TRUE(port->writeSPI(0x8803, 16));
-    EXPECT_EQ(spi->lastTx, 0x8803u);
-    EXPECT_EQ(spi->lastConfig.bitCountCode, 15);
+    EXPECT_EQ(chip->mdr0(), 0x03);
+    EXPECT_EQ(chip->lastBusConfig().bitCountCode, 15);
     EXPECT_TRUE(port->writeSPI(1, 1));
-    EXPECT_EQ(spi->lastConfig.bitCountCode, 0);
+    EXPECT_EQ(chip->lastBusConfig().bitCountCode, 0);
     EXPECT_TRUE(debug_.contains(L"PreError = "));
 }
 
 TEST_F(SpiPortTest, RefusedRequestIsReported) {
-    auto spi = ScriptedSpi::on(3);
+    auto spi = refusingOnPort3();
     SpiPort* port = SpiPort::getPort(3, 1);
-    spi->answer = 0x00ABCD00;
+    ASSERT_TRUE(port->writeSPI(0x9002, 16));
+    spi->chip.setCount(0xABCD);
     ASSERT_EQ(port->readSPI(0x60, 24), 0xABCDu);
-    spi->fail = true;
+    spi->refuse = true;
     EXPECT_FALSE(port->writeSPI(0x9002, 16));
     EXPECT_TRUE(debug_.contains(L"CSPI_TestDlg::writeSPI DeviceIOControl fails!\n"));
     EXPECT_TRUE(debug_.contains(L"Error = A device attached to the system is not functioning."));
@@ -155,9 +133,9 @@ TEST_F(SpiPortTest, RefusedRequestIsReported) {
 }
 
 TEST_F(SpiPortTest, ExchangeThatNeverCompletesTimesOut) {
-    auto spi = ScriptedSpi::on(3);
-    SpiPort* port = SpiPort::getPort(3, 1);
-    spi->complete = false;
+    auto chip = chipOn(2);
+    SpiPort* port = SpiPort::getPort(2, 1);
+    chip->withholdCompletion(true);
     panel_test::ClockPusher pusher(*clock_, 100);
     EXPECT_FALSE(port->writeSPI(0x8803, 16));
     EXPECT_TRUE(debug_.contains(L"CSPI_TestDlg::writeSPI WaitForSingleObject timeout!\n"));
@@ -165,25 +143,8 @@ TEST_F(SpiPortTest, ExchangeThatNeverCompletesTimesOut) {
     EXPECT_TRUE(debug_.contains(L"CSPI_TestDlg::readSPI WaitForSingleObject error!\n"));
 }
 
-TEST_F(SpiPortTest, SimulatedCounterFollowsTheEncoder) {
-    auto chip = counterOnPort1();
-    SpiPort* port = SpiPort::getPort(1, 1);
-    ASSERT_TRUE(port->writeSPI(0x8803, 16));
-    ASSERT_TRUE(port->writeSPI(0x9002, 16));
-    EXPECT_EQ(chip->mdr0(), 0x03);
-    EXPECT_EQ(chip->mdr1(), 0x02);
-    EXPECT_EQ(chip->counterBytes(), 2);
-    EXPECT_EQ(port->readSPI(0x60, 24), 0u);
-    chip->turn(5);
-    EXPECT_EQ(port->readSPI(0x60, 24), 5u);
-    chip->turn(-7);
-    EXPECT_EQ(port->readSPI(0x60, 24), 0xFFFEu);
-    EXPECT_EQ(chip->lastBusConfig().chipSelect, 1);
-    EXPECT_EQ(chip->lastBusConfig().bitCountCode, 31);
-}
-
 TEST_F(SpiPortTest, SimulatedCounterClearsLoadsAndStops) {
-    auto chip = counterOnPort1();
+    auto chip = chipOn(1);
     SpiPort* port = SpiPort::getPort(1, 1);
     ASSERT_TRUE(port->writeSPI(0x9002, 16));
     chip->turn(40);

@@ -8,6 +8,7 @@
 #include "platform/last_error.h"
 #include "platform/sync.h"
 #include "platform/thread.h"
+#include "tests/support/waiting.h"
 
 using namespace host;
 
@@ -34,7 +35,7 @@ TEST(ManualClock, BlockModeSleeperWakesOnlyWhenTimeIsAdvanced) {
         Sleep(60000);
         woke = true;
     });
-    while (manual->waiters() == 0) std::this_thread::yield();
+    EXPECT_TRUE(testing_support::eventually([&] { return manual->waiters() > 0; }));
     manual->advance(59999);
     std::this_thread::sleep_for(std::chrono::milliseconds(20));
     EXPECT_FALSE(woke);
@@ -49,7 +50,7 @@ TEST(Events, TimedWaitEndsWhenVirtualTimePassesTheDeadline) {
     HANDLE event = CreateEventW(false, false, nullptr);
     std::atomic<DWORD> result{0};
     std::thread waiter([&] { result = WaitForSingleObject(event, 2000); });
-    while (manual->waiters() == 0) std::this_thread::yield();
+    EXPECT_TRUE(testing_support::eventually([&] { return manual->waiters() > 0; }));
     manual->advance(2000);
     waiter.join();
     EXPECT_EQ(result.load(), WAIT_TIMEOUT);

@@ -30,8 +30,7 @@ TEST(Process, ExitGoesThroughTheInstalledHandler) {
     setExitHandler([&](int c) { code = c; });
     std::thread t([] { ExitProcess(22); });
     t.detach();  // the exiting thread never comes back
-    while (code == 0) std::this_thread::yield();
-    EXPECT_EQ(code, 22);
+    EXPECT_TRUE(testing_support::eventually([&] { return code == 22; }));
 }
 
 namespace {
