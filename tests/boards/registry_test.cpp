@@ -276,12 +276,8 @@ TEST_F(RegistryTest, BoardThatStopsAnsweringIsRetiredAndItsRequestsAnswer11) {
     EXPECT_TRUE(t1->removing);
     EXPECT_TRUE(logged(L"This board is being removed!(thread="));
     EXPECT_TRUE(logged(L"CommPolicy_USB::ioFailure() -- Handle set to NULL"));
-
     const BYTE payload[] = {1};
-    BYTE reply[4] = {};
-    int replyLength = 4;
     EXPECT_EQ(t1->atomicSend(1, payload, 1), dspNoUsbComm);
-    EXPECT_EQ(t1->atomicGet(1, payload, 1, 1, reply, &replyLength), dspNoUsbComm);
 
     // The link's failure asked for one more scan, on a thread of its own.
     UsbCtlr::WaitForDeviceChangeThreads();
