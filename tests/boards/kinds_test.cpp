@@ -95,21 +95,6 @@ TEST_F(KindTest, EachKindBootsFromItsOwnImageAndNamesItself) {
     }
 }
 
-TEST_F(KindTest, IpGenerationFollowsTheSerialNumber) {
-    attach(sim::BoardKind::IP150);
-    attach(sim::BoardKind::IP163);
-    EthernetCtlr older(openLink(), true, false);
-    EthernetCtlr newer(openLink(), true, false);
-
-    EXPECT_FALSE(older.isIp163Board());
-    EXPECT_EQ(older.getBoardTypeText(), L"IP(150)");
-    EXPECT_FALSE(older.isNewIpBoard());
-
-    EXPECT_TRUE(newer.isIp163Board());
-    EXPECT_EQ(newer.getBoardTypeText(), L"IP(163)");
-    EXPECT_TRUE(newer.isNewIpBoard()) << "its version reply carries the new-board mark";
-}
-
 TEST_F(KindTest, VersionChecksFollowTheKindUnlessTheVersionIsOpen) {
     attach(sim::BoardKind::T1);
     attach(sim::BoardKind::IP150);
@@ -131,19 +116,6 @@ TEST_F(KindTest, VersionChecksFollowTheKindUnlessTheVersionIsOpen) {
 
     t1.cofMajor = UsbCtlr::kUnknownVersion;
     EXPECT_TRUE(t1.isCofVersionAccepted());
-}
-
-TEST_F(KindTest, BoardRunningAnAcceptableProgramIsLeftAloneOnlyWhenAsked) {
-    auto board = attach(sim::BoardKind::RF);
-    {
-        RFCtlr rf(openLink(), false, false);
-        EXPECT_EQ(board->bootCount(), 0u);
-        EXPECT_EQ(rf.getCofVersionText(), L"53.2") << "the program the board came up with";
-        EXPECT_FALSE(logged(L"Attempting boot..."));
-    }
-    RFCtlr rf(openLink(), true, false);
-    EXPECT_EQ(board->bootCount(), 1u);
-    EXPECT_EQ(rf.getCofVersionText(), L"53.3");
 }
 
 TEST_F(KindTest, T1VersionBytesAreSigned) {
@@ -189,7 +161,8 @@ TEST_F(KindTest, OnlyTheNewIpBoardRefusesProgramsBelowMajor60) {
     installImage(L"ipg.cof", 60, 0);
     EthernetCtlr accepted(openLink(), true, false);
     EXPECT_EQ(accepted.getCofVersionText(), L"60.0");
-    EXPECT_TRUE(accepted.isNewIpBoard());
+    EXPECT_TRUE(accepted.isNewIpBoard()) << "its version reply carries the new-board mark";
+    EXPECT_EQ(accepted.getBoardTypeText(), L"IP(163)") << "from its serial number";
     EXPECT_EQ(accepted.boot(), dspOk);
 
     // An older IP board takes any accepted program.
@@ -197,6 +170,7 @@ TEST_F(KindTest, OnlyTheNewIpBoardRefusesProgramsBelowMajor60) {
     attach(sim::BoardKind::IP150);
     EthernetCtlr older(openLink(), true, false);
     EXPECT_FALSE(older.isNewIpBoard());
+    EXPECT_EQ(older.getBoardTypeText(), L"IP(150)");
     EXPECT_EQ(older.getCofVersionText(), L"59.0");
 }
 

@@ -1,35 +1,11 @@
-// The default images a fresh unit ships with.
+// The default images a fresh unit ships with. That each boots its kind with
+// the version the kind accepts: registry_test.cpp's DefaultBoards test.
 #include <gtest/gtest.h>
 
-#include "boards/error_log.h"
-#include "dsplink/coff_reader.h"
-#include "platform/text.h"
 #include "tests/support/test_support.h"
-#include "tools/coffkit/dsp_version.h"
 #include "tools/unitkit/default_images.h"
 
 namespace {
-
-TEST(DefaultImages, OnePerKindFileWithTheVersionItsKindAccepts) {
-    testing_support::TempUnitRoot root;
-    unitkit::writeDefaultImages(root.hostPath(installFolder));
-
-    const std::pair<const wchar_t*, coffkit::DspProgramVersion> expected[] = {
-        {L"t1.cof", {102, 2}}, {L"rf.cof", {53, 3}},   {L"ip.cof", {99, 6}},
-        {L"ipg.cof", {99, 6}}, {L"pots.cof", {58, 4}},
-    };
-    ASSERT_EQ(unitkit::defaultImages().size(), std::size(expected));
-    for (const auto& [file, version] : expected) {
-        CoffSectionTable sections{};
-        int count = 0;
-        ASSERT_EQ(readCoffImage(installFolder + L"\\" + file, sections, count), 0)
-            << host::narrow(file);
-        const auto read = coffkit::versionFromSections(std::span(sections).first(
-            static_cast<std::size_t>(std::clamp(count, 0, kMaxCoffSections))));
-        ASSERT_TRUE(read) << host::narrow(file);
-        EXPECT_EQ(*read, version) << host::narrow(file);
-    }
-}
 
 TEST(DefaultImages, UnwritableFolderIsReported) {
     testing_support::TempUnitRoot root;

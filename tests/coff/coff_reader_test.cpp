@@ -3,10 +3,8 @@
 
 #include <cstring>
 
-#include "boards/error_log.h"
 #include "dsplink/coff_reader.h"
 #include "platform/devices.h"
-#include "platform/handles.h"
 #include "platform/text.h"
 #include "tests/coff/coff_test_util.h"
 #include "tools/coffkit/coff_writer.h"
@@ -161,17 +159,6 @@ TEST_F(CoffReaderTest, ManyHeadersLoadWhileFortyDataSectionsFit) {
     EXPECT_EQ(out.result, 0);
     EXPECT_EQ(out.count, 40);
     EXPECT_STREQ(out.sections[39].name, ".d39");
-}
-
-TEST_F(CoffReaderTest, NoHandleIsLeftOpen) {
-    const std::size_t before = host::openHandleCountForTest();
-    writeAndRead(root, coffkit::buildCoffImage(typicalImage(false)));
-    writeAndRead(root, {1, 2, 3});  // 144
-    CoffImageSpec spec = typicalImage(true);
-    spec.sections[0].sizeField = 0x7FFFFFFF;  // 148
-    writeAndRead(root, coffkit::buildCoffImage(spec));
-    closeLogFileForShutdown();  // the event log keeps its own file open
-    EXPECT_EQ(host::openHandleCountForTest(), before);
 }
 
 // --- Failures -------------------------------------------------------------

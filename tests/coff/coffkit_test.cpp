@@ -83,10 +83,6 @@ TEST(DspVersion, VersionedImageReadsBackThroughTheLinkReader) {
         EXPECT_EQ(out.sections[0].data, codeImage(2000));
         EXPECT_EQ(out.sections[1].address, kVersionSectionAddress);
         EXPECT_EQ(out.sections[1].data, (std::vector<std::uint8_t>{3, 0, 4, 1}));
-        const BootPlan plan = planBoot(records);
-        EXPECT_EQ(plan.sections, 2);
-        EXPECT_EQ(plan.bytes, 2004u);
-        EXPECT_EQ(plan.chunks, 4u);  // 820 + 820 + 360, then 4
     }
     const auto noCode = cofftest::writeAndRead(root, buildVersionedImage(1, 0, 0));
     ASSERT_EQ(noCode.count, 1);
@@ -99,12 +95,6 @@ TEST(DspVersion, OnlyTheVersionAddressCarriesAVersion) {
     EXPECT_FALSE(versionFromChunk(kVersionSectionAddress + 4, data));
     EXPECT_FALSE(versionFromChunk(kVersionSectionAddress, std::span(data).first(3)));
     EXPECT_EQ(encodeVersion({0x1234, 0xABCD}), (std::vector<std::uint8_t>{0x34, 0x12, 0xCD, 0xAB}));
-}
-
-TEST(BootPlan, ChunksOfAtMost820Bytes) {
-    for (const auto& [bytes, chunks] :
-         {std::pair{1u, 1u}, {819u, 1u}, {820u, 1u}, {821u, 2u}, {1640u, 2u}, {2000u, 3u}})
-        EXPECT_EQ(bootChunkCount(bytes), chunks) << bytes;
 }
 
 TEST(BootPlan, SkipRulesOfTheBootLoader) {

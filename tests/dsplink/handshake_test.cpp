@@ -2,7 +2,6 @@
 // rules for each state the DSP may show, reply checks and the diagnostics.
 #include <vector>
 
-#include "platform/text.h"
 #include "tests/dsplink/link_fixture.h"
 
 using namespace linktest;
@@ -27,16 +26,6 @@ class HandshakeTest : public LinkTest {
         std::vector<DWORD> codes;
         for (const auto& c : dsp->calls()) codes.push_back(c.code);
         return codes;
-    }
-
-    static std::wstring dumpOf(const wchar_t* title, const std::vector<BYTE>& frame) {
-        std::wstring text = title;
-        for (int i = 0; i < 64; ++i) {
-            text += host::wformat(
-                L"%02x", i < static_cast<int>(frame.size()) ? static_cast<unsigned>(frame[i]) : 0u);
-            if (i % 4 == 3) text += L' ';
-        }
-        return text;
     }
 };
 
@@ -65,7 +54,8 @@ TEST_F(HandshakeTest, NewLinkAdoptsTheDspCountBeforeItsFirstCommand) {
 
 TEST_F(HandshakeTest, LongPayloadCarriesItsLengthHighByteFirst) {
     auto link = linkInStepAt(0);
-    dsp->setModel([](BYTE) { return BYTE{dspCommandDone}; });
+    dsp->pushStatus(dspCommandDone, 2);
+    dsp->pushStatus(dspCommandDone, 4);
     std::vector<BYTE> data(8200, 0x5A);
     EXPECT_EQ(link->atomicSend(3, data.data(), 8180), dspOk);
     EXPECT_EQ(link->atomicSend(4, nullptr, 300), dspOk);
@@ -91,7 +81,7 @@ TEST_F(HandshakeTest, LongPayloadCarriesItsLengthHighByteFirst) {
 
 TEST_F(HandshakeTest, SequenceNumberWrapsFrom255To1) {
     auto link = linkInStepAt(253);
-    dsp->setModel([](BYTE) { return BYTE{dspCommandDone}; });
+    for (BYTE sequence : {255, 1, 3}) dsp->pushStatus(dspCommandDone, sequence);
     EXPECT_EQ(link->atomicSend(1, nullptr, 0), dspOk);
     EXPECT_EQ(link->sequenceNumber(), 255);
     EXPECT_EQ(link->atomicSend(1, nullptr, 0), dspOk);

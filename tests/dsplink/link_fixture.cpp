@@ -1,5 +1,7 @@
 #include "tests/dsplink/link_fixture.h"
 
+#include "platform/text.h"
+
 namespace linktest {
 
 dspStatus TestOwner::getStatus(BYTE* detail) {
@@ -21,6 +23,15 @@ int TestOwner::count(const std::wstring& fragment) const {
     for (const auto& line : lines())
         if (line.find(fragment) != std::wstring::npos) ++n;
     return n;
+}
+
+std::wstring dumpOf(const wchar_t* title, const std::vector<BYTE>& frame) {
+    std::wstring text = title;
+    for (std::size_t i = 0; i < 64; ++i) {
+        text += host::wformat(L"%02x", i < frame.size() ? static_cast<unsigned>(frame[i]) : 0u);
+        if (i % 4 == 3) text += L' ';
+    }
+    return text;
 }
 
 LinkTest::LinkTest() {

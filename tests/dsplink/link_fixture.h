@@ -50,6 +50,9 @@ class TestOwner : public LinkOwner {
     std::vector<std::wstring> lines_;
 };
 
+// The link's dump of a frame: its first 64 bytes (zeros past its end) in hex.
+std::wstring dumpOf(const wchar_t* title, const std::vector<BYTE>& frame);
+
 class LinkTest : public ::testing::Test {
   protected:
     LinkTest();

@@ -183,12 +183,7 @@ TEST_F(PrimitivesTest, FatalErrorsGiveUpAfterOneRetryAndReportRemoval) {
 
         // The copy of the outgoing message survives the failure.
         link.dumpCtrlOut();
-        std::wstring expected = L"Ctrl Out Raw:";
-        for (int i = 0; i < 64; ++i) {
-            expected += host::wformat(L"%02x", static_cast<unsigned>(message[i]));
-            if (i % 4 == 3) expected += L' ';
-        }
-        EXPECT_EQ(fresh.lines().back(), expected);
+        EXPECT_EQ(fresh.lines().back(), dumpOf(L"Ctrl Out Raw:", message));
     }
 }
 

@@ -63,11 +63,6 @@ void ScriptedDsp::setReply(std::vector<BYTE> frame) {
     reply_ = std::move(frame);
 }
 
-void ScriptedDsp::setModel(std::function<BYTE(BYTE)> statusFor) {
-    std::lock_guard<std::mutex> lock(mutex_);
-    model_ = std::move(statusFor);
-}
-
 void ScriptedDsp::setCallTime(std::shared_ptr<host::ManualClock> clock, DWORD ms) {
     std::lock_guard<std::mutex> lock(mutex_);
     clock_ = std::move(clock);
@@ -149,14 +144,6 @@ bool ScriptedDsp::ioControl(DWORD code, void* in, DWORD inSize, void* out, DWORD
             break;
         }
         case wire::IOCTL_DSP_SEND_DATA:
-            if (model_ && !call.sent.empty() && call.sent[0] == wire::kDeviceDsp) {
-                // The queue no longer applies once the model runs the DSP.
-                statusQueue_.clear();
-                current_.sequence = static_cast<BYTE>(current_.sequence + 2);
-                current_.status = model_(call.sent[1]);
-                reply_ = call.sent;
-                reply_[1] = static_cast<BYTE>(call.sent[1] + 1);
-            }
             if (returned) *returned = outSize;
             break;
         case wire::IOCTL_DSP_GET_DATA: {

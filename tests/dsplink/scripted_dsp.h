@@ -1,10 +1,9 @@
 #pragma once
 // A scripted stand-in for the USB/DSP driver "DSP1:": it records every
 // DeviceIoControl exactly as the link made it and answers from a script
-// (failures, status blocks, reply frames) or from a small DSP model that
-// confirms each command with the next sequence number.
+// (failures, status blocks, reply frames). A DSP that runs by itself is the
+// simulator's (sim_link_test.cpp).
 #include <deque>
-#include <functional>
 #include <memory>
 #include <mutex>
 #include <vector>
@@ -50,10 +49,6 @@ class ScriptedDsp : public host::StreamDriver, public std::enable_shared_from_th
     void pushStatus(BYTE status, BYTE sequence);
     // The frame the next data reads answer with (zero-padded).
     void setReply(std::vector<BYTE> frame);
-    // DSP model: each device-1 send moves the sequence on by 2 and shows
-    // `statusFor(opcode)`; the reply echoes the command's payload under
-    // `opcode`+1.
-    void setModel(std::function<BYTE(BYTE opcode)> statusFor);
     // Virtual milliseconds each call takes (advances the manual clock).
     void setCallTime(std::shared_ptr<host::ManualClock> clock, DWORD ms);
 
@@ -79,7 +74,6 @@ class ScriptedDsp : public host::StreamDriver, public std::enable_shared_from_th
     std::deque<StatusBlock> statusQueue_;
     StatusBlock current_;
     std::vector<BYTE> reply_;
-    std::function<BYTE(BYTE)> model_;
     std::shared_ptr<host::ManualClock> clock_;
     DWORD callMs_ = 0;
     int closes_ = 0;

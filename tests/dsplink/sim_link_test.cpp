@@ -19,18 +19,13 @@ namespace {
 
 constexpr BYTE kEcho = sim::kOpcodeEcho;
 
-class SimLinkTest : public ::testing::Test {
+// The link fixture with the simulated bus in the scripted driver's place.
+class SimLinkTest : public LinkTest {
   protected:
-    SimLinkTest() {
-        board = bus->attach(sim::BoardKind::T1);
-        link = std::make_unique<CommPolicy_USB>(
-            &owner, host::CreateFileW(sim::kDspDeviceName, host::GENERIC_READ | host::GENERIC_WRITE,
-                                      0, host::OPEN_EXISTING));
-        owner.link = link.get();
-        setDeviceChangeHook([this](DWORD event) { removals.push_back(event); });
+    SimLinkTest() : bus(sim::installDspBus(false)), board(bus->attach(sim::BoardKind::T1)) {
+        link = openLink();
     }
     ~SimLinkTest() override {
-        setDeviceChangeHook({});
         link.reset();
         sim::uninstallDspBus();
     }
@@ -49,14 +44,9 @@ class SimLinkTest : public ::testing::Test {
         return true;
     }
 
-    testing_support::TempUnitRoot root;
-    std::shared_ptr<host::ManualClock> clock = std::make_shared<host::ManualClock>(5000);
-    host::ScopedClock scopedClock{clock};
-    std::shared_ptr<sim::SimDspBus> bus = sim::installDspBus(false);
+    std::shared_ptr<sim::SimDspBus> bus;
     std::shared_ptr<sim::SimDspBoard> board;
-    TestOwner owner;
     std::unique_ptr<CommPolicy_USB> link;
-    std::vector<DWORD> removals;
 };
 
 TEST_F(SimLinkTest, EchoRoundTripsAfterAdoptingTheBoardsCount) {
@@ -76,25 +66,6 @@ TEST_F(SimLinkTest, EchoRoundTripsAfterAdoptingTheBoardsCount) {
     EXPECT_EQ(owner.lines().size(), 1u);
 }
 
-TEST_F(SimLinkTest, AcknowledgedCommandsAreAwaited) {
-    board->setTransferLatency(1);
-    board->setAckTime(20);
-    std::vector<BYTE> reply;
-    EXPECT_EQ(echo({9, 9}, reply), dspOk);
-    EXPECT_EQ(echo({8, 8}, reply), dspOk);
-    EXPECT_EQ(reply, (std::vector<BYTE>{8, 8}));
-    EXPECT_FALSE(link->sequenceInitNeeded());
-
-    // A DSP that shows its acknowledgement under the final number already is
-    // seen twice with the wrong state.
-    board->setAckNumbering(sim::AckNumbering::Final);
-    EXPECT_EQ(echo({7}, reply), dspMsgMixup);
-    EXPECT_EQ(owner.count(L"found unexpected dspStatus=7!"), 1);
-    EXPECT_EQ(owner.count(L"Ctrl Out Raw:01"), 1);
-    EXPECT_EQ(owner.count(L"Ctrl In Raw:"), 1);
-    EXPECT_TRUE(link->sequenceInitNeeded());
-}
-
 TEST_F(SimLinkTest, InvalidReportedStatesEndTheExchange) {
     std::vector<BYTE> reply;
     EXPECT_EQ(echo({1}, reply), dspOk);
@@ -109,47 +80,6 @@ TEST_F(SimLinkTest, InvalidReportedStatesEndTheExchange) {
     }
     board->clearReportedState();
     EXPECT_EQ(echo({2}, reply), dspOk);
-}
-
-TEST_F(SimLinkTest, HungDspTimesOutAndIsReadoptedAfterwards) {
-    std::vector<BYTE> reply;
-    EXPECT_EQ(echo({1}, reply), dspOk);
-    board->setTransferLatency(1);
-    board->freeze(true);
-    EXPECT_EQ(link->atomicSend(0x01, nullptr, 0), dspUsbTimeout);
-    EXPECT_EQ(owner.lines().back(),
-              L"CommPolicy_USB::waitForStatusOrTimeout() -- getStatus() timeout! Last status = 4, "
-              L"expect 8, get DSP Ack 0, expect SN 5 lastSN 3\n");
-    board->freeze(false);
-    board->setTransferLatency(0);
-    EXPECT_EQ(echo({3}, reply), dspOk);
-    EXPECT_EQ(owner.count(L"initNoBoot forces dspSN to 3\n"), 1);
-}
-
-TEST_F(SimLinkTest, MixedUpReplyIsReportedWithoutLosingStep) {
-    std::vector<BYTE> reply;
-    EXPECT_EQ(echo({1}, reply), dspOk);
-    board->mixUp(sim::MixUp::ReplyOpcode);
-    EXPECT_EQ(echo({0x42}, reply), dspMsgMixup);
-    EXPECT_EQ(owner.count(L"privateGetData message mixup! Expected Opcode=126 device=1 got "
-                          L"device=1 Opcode=127  sizeHi=0 sizeLo=1"),
-              1);
-    EXPECT_FALSE(link->sequenceInitNeeded());
-    EXPECT_EQ(echo({0x43}, reply), dspOk);
-    EXPECT_EQ(owner.count(L"initNoBoot"), 1);
-}
-
-TEST_F(SimLinkTest, DetachedBoardIsGivenUp) {
-    std::vector<BYTE> reply;
-    EXPECT_EQ(echo({1}, reply), dspOk);
-    ASSERT_TRUE(bus->detach(1));
-    EXPECT_EQ(echo({2}, reply), dspUsbCommFailed);
-    EXPECT_FALSE(link->isOpen());
-    EXPECT_EQ(removals, std::vector<DWORD>{0x8004});
-    EXPECT_EQ(owner.count(L"CommPolicy_USB::ioFailure() -- Handle set to NULL -- getLastError=The "
-                          L"device is not connected."),
-              1);
-    EXPECT_EQ(echo({3}, reply), dspNoUsbComm);
 }
 
 TEST_F(SimLinkTest, ConcurrentEchoesGetTheirOwnReplies) {

@@ -39,19 +39,12 @@ TEST_F(DspBoardTest, StatusBlockCarriesDeviceStateDetailAndSequence) {
     EXPECT_EQ(block[4], 0xA0);
     EXPECT_EQ(block[62], 0xA0 + 58);
     EXPECT_EQ(block[63], 1);
-
-    // The controller's 65-byte read gets the same 64 bytes; byte 64 is not the block's.
-    std::vector<BYTE> buffer(65, 0xEE);
-    ASSERT_TRUE(host::DeviceIoControl(client_->handle(), wire::IOCTL_DSP_GET_STATUS, buffer.data(),
-                                      65, nullptr, 0, nullptr));
-    EXPECT_TRUE(std::equal(block.begin(), block.end(), buffer.begin()));
-    EXPECT_EQ(buffer[64], 0xEE);
 }
 
-TEST_F(DspBoardTest, BoardDetailReadAnswersTheLittleEndianRecordOnce) {
+// The record's field layout is the codec's (tests/boards/controller_test.cpp);
+// here: the frame around it, and that it is fetched once.
+TEST_F(DspBoardTest, BoardDetailReadAnswersTheRecordOnce) {
     auto spec = sim::defaultBoardSpec(BoardKind::IP150);
-    spec.detail.info1 = 0x01020304;
-    spec.detail.info45 = 0x1122334455667788ull;
     spec.detail.info7 = 7;
     attachAndOpen(spec);
 
@@ -59,30 +52,8 @@ TEST_F(DspBoardTest, BoardDetailReadAnswersTheLittleEndianRecordOnce) {
     auto frame = client_->reply(36);
     ASSERT_EQ(frame.size(), 36u);
     EXPECT_EQ(std::vector<BYTE>(frame.begin(), frame.begin() + 4), bytes({11, 0, 0, 32}));
-    EXPECT_EQ(wire::readU32le(frame, 4), 1235000000u);
-    EXPECT_EQ(wire::readU32le(frame, 8), 0x01020304u);
-    EXPECT_EQ(wire::readU32le(frame, 12), 1006u);
-    EXPECT_EQ(wire::readU64le(frame, 20), 0x1122334455667788ull);
-    EXPECT_EQ(wire::readU32le(frame, 28), 3u);
     EXPECT_EQ(wire::readU32le(frame, 32), 7u);
-
-    // Fetched once: a second get-data finds nothing pending.
     EXPECT_EQ(client_->reply(8), bytes({0, 0, 0, 0, 0, 0, 0, 0}));
-}
-
-TEST_F(DspBoardTest, BoardDetailWriteReplacesTheRecord) {
-    auto board = attachAndOpen(BoardKind::T1);
-    sim::BoardDetail written = board->detail();
-    written.serial = 1060000123;
-    written.info3 = 33;
-    auto record = written.encode();
-    std::vector<BYTE> frame = bytes({11, 1, 0, 32});
-    frame.insert(frame.end(), record.begin(), record.end());
-    ASSERT_TRUE(client_->send(frame));
-    EXPECT_EQ(board->detail(), written);
-
-    client_->send(bytes({11, 0, 0, 0}));
-    EXPECT_EQ(wire::readU32le(client_->reply(36), 4), 1060000123u);
 }
 
 TEST_F(DspBoardTest, CommandWithoutReplyAdvancesSequenceByTwoShowsDoneAndWraps) {

@@ -27,17 +27,9 @@ std::vector<BYTE> versionSection(std::uint16_t major, std::uint16_t minor) {
 const std::vector<BYTE> kImageStart = {wire::kDeviceBootStart, 0, 0, 0};
 const std::vector<BYTE> kImageEnd = {wire::kDeviceBootEnd, 0, 0, 0};
 
-class DspBootTest : public SimBusTest {
+class DspBootTest : public OneBoardTest {
   protected:
-    void SetUp() override {
-        SimBusTest::SetUp();
-        board_ = bus_->attach(BoardKind::RF);
-        client_ = std::make_unique<DspClient>();
-    }
-    void TearDown() override {
-        client_.reset();
-        SimBusTest::TearDown();
-    }
+    DspBootTest() { kind_ = BoardKind::RF; }
     // Sends a whole boot and lets the boot delay pass.
     void boot(const std::vector<std::vector<BYTE>>& chunks) {
         ASSERT_TRUE(client_->send(kImageStart));
@@ -45,8 +37,6 @@ class DspBootTest : public SimBusTest {
         ASSERT_TRUE(client_->send(kImageEnd));
         clock_->advance(50);
     }
-    std::shared_ptr<sim::SimDspBoard> board_;
-    std::unique_ptr<DspClient> client_;
 };
 
 TEST_F(DspBootTest, ChunksLandAtTheirAddressesAllOverTheAddressSpace) {

@@ -104,13 +104,6 @@ TEST_F(DspFaultsTest, ReplyMixUpsChangeDeviceOrOpcodeForTheGivenCount) {
     EXPECT_EQ(board_->faults().mixUpCount, 1u);
 }
 
-TEST_F(DspFaultsTest, StatusDeviceMixUp) {
-    board_->mixUp(sim::MixUp::StatusDevice);
-    EXPECT_EQ(board_->statusBlock()[0], 2);  // looking does not use it up
-    EXPECT_EQ(client_->status()[0], 2);
-    EXPECT_EQ(client_->status()[0], 1);
-}
-
 TEST_F(DspFaultsTest, LatencySleepsPerTransferSoAPollingHostSeesTheAckWindowEnd) {
     board_->setTransferLatency(1);
     board_->setAckTime(20);

@@ -42,13 +42,4 @@ TEST(DspMemory, RefusesPagesBeyondItsBoundOf64MiBUnlessToldOtherwise) {
     EXPECT_EQ(DspMemory().limitBytes(), std::size_t{64} << 20);
 }
 
-TEST(DspMemory, ClearForgetsEverything) {
-    DspMemory memory;
-    memory.write(0x100, std::vector<BYTE>{1});
-    memory.clear();
-    EXPECT_EQ(memory.pageCount(), 0u);
-    EXPECT_FALSE(memory.isWritten(0x100, 1));
-    EXPECT_EQ(memory.read(0x100, 1), (std::vector<BYTE>{0}));
-}
-
 }  // namespace

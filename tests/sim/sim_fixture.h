@@ -53,18 +53,20 @@ class SimBusTest : public ::testing::Test {
     std::shared_ptr<sim::SimDspBus> bus_;
 };
 
-// One T1 board on the bus, and a client with its own driver handle.
+// One board (T1 unless a derived fixture's constructor says otherwise) on
+// the bus, and a client with its own driver handle.
 class OneBoardTest : public SimBusTest {
   protected:
     void SetUp() override {
         SimBusTest::SetUp();
-        board_ = bus_->attach(sim::BoardKind::T1);
+        board_ = bus_->attach(kind_);
         client_ = std::make_unique<DspClient>();
     }
     void TearDown() override {
         client_.reset();
         SimBusTest::TearDown();
     }
+    sim::BoardKind kind_ = sim::BoardKind::T1;
     std::shared_ptr<sim::SimDspBoard> board_;
     std::unique_ptr<DspClient> client_;
 };
