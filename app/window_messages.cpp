@@ -30,14 +30,6 @@ UINT registerWindowMessage(const std::wstring& name) {
     return it->second;
 }
 
-std::wstring registeredMessageName(UINT message) {
-    Registry& r = registry();
-    std::lock_guard<std::mutex> lock(r.mutex);
-    for (const auto& [name, number] : r.byName)
-        if (number == message) return name;
-    return {};
-}
-
 void PostedMessages::post(UINT message) {
     {
         std::lock_guard<std::mutex> lock(mutex_);

@@ -14,8 +14,6 @@
 // The number of the message registered under `name`, registering it on the
 // first call: 0xC000 and up, as the window system numbers them.
 UINT registerWindowMessage(const std::wstring& name);
-// The name a registered message number was registered under, or empty.
-std::wstring registeredMessageName(UINT message);
 
 class PostedMessages {
   public:

@@ -116,34 +116,4 @@ BYTE versionQueryOpcode(BoardKind kind) {
     return kind == BoardKind::T1 ? 12 : 1;
 }
 
-std::size_t versionReplySize(BoardKind kind) {
-    switch (kind) {
-        case BoardKind::T1:
-            return kT1VersionSize;
-        case BoardKind::RF:
-            return kRfVersionSize;
-        case BoardKind::IP150:
-        case BoardKind::IP163:
-            return kIpVersionSize;
-        case BoardKind::Analog:
-            return kAnalogVersionSize;
-    }
-    return 0;
-}
-
-std::optional<BYTE> flashOpcode(BoardKind kind) {
-    switch (kind) {
-        case BoardKind::T1:
-            return 50;
-        case BoardKind::RF:
-            return 15;
-        case BoardKind::IP150:
-        case BoardKind::IP163:
-            return 0;
-        case BoardKind::Analog:
-            return std::nullopt;
-    }
-    return std::nullopt;
-}
-
 }  // namespace sim

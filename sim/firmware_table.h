@@ -19,7 +19,6 @@
 // Major60, FlashAfterBootSendsEachKindsCommand). The frame, the control codes
 // and the status block are not copied: they come from dsplink/wire.h.
 #include <cstdint>
-#include <optional>
 #include <span>
 #include <string_view>
 #include <vector>
@@ -61,11 +60,8 @@ std::span<const FirmwareCommand> firmwareCommands(BoardKind kind);
 // The row for an opcode, or null (then the command completes as Done).
 const FirmwareCommand* findFirmwareCommand(BoardKind kind, BYTE opcode);
 
-// Version query opcode and reply length of each kind.
+// Version query opcode of each kind.
 BYTE versionQueryOpcode(BoardKind kind);
-std::size_t versionReplySize(BoardKind kind);
-// Flash command opcode; none for the analog board.
-std::optional<BYTE> flashOpcode(BoardKind kind);
 
 // Marker at offset 756 of the IP version reply that tells the newer IP board.
 inline constexpr std::uint32_t kNewIpBoardMarker = 0x01180001;
