@@ -1,7 +1,12 @@
-// The board list and the port map of the tovel command line.
+// The board list and the port map of the tovel command line, and the unit
+// it lays out.
 #include <gtest/gtest.h>
 
+#include "boards/error_log.h"
+#include "server/tovel_ctlr.h"
+#include "tests/support/test_support.h"
 #include "tools/tovel/start_options.h"
+#include "tools/tovel/unit_layout.h"
 
 namespace {
 
@@ -63,6 +68,21 @@ TEST(PortMap, ProgramPortToHostPort) {
     EXPECT_EQ(parsePortMapping("80=0", error)->hostPort, 0);  // any free port
     for (const char* bad : {"3445", "=1", "0=1", "3445=", "65536=1", "23=70000", "a=b", "23=+1"})
         EXPECT_FALSE(parsePortMapping(bad, error)) << bad;
+}
+
+// A restart must find the image a client uploaded and the unit's own reset
+// helper where they were.
+TEST(UnitLayout, WhatExistsIsLeftAsItIs) {
+    testing_support::TempUnitRoot root;
+    const std::wstring image = installFolder + L"\\t1.cof";
+    root.writeFile(image, "the client's image");
+    root.writeFile(TovelCtlr::kResetHelper, "#!/bin/sh\n");
+    const auto laidOut = tovelcmd::layOutUnit();
+    ASSERT_TRUE(laidOut.ok) << laidOut.error;
+    EXPECT_EQ(root.readFile(image), "the client's image");
+    EXPECT_EQ(root.readFile(TovelCtlr::kResetHelper), "#!/bin/sh\n");
+    EXPECT_FALSE(root.readFile(installFolder + L"\\rf.cof").empty());  // what was missing is made
+    EXPECT_TRUE(tovelcmd::layOutUnit().created.empty());
 }
 
 }  // namespace

@@ -11,7 +11,6 @@ namespace e2e {
 
 const std::string kVersionRequest("\x05\x06\0\0\0\0\0\0\0\0\0\0\0\0\0\0", 16);
 const std::string kVersionReply("\x04\0\0\0\x04\0\0\0\xED\xEA\x02\0", 12);
-const std::string kRebootRequest("\x05\x05\0\0\0\0\0\0\0\0\0\0\0\0\0\0", 16);
 const std::string kRebootReply("\x04\0\0\0\0\0\0\0", 8);
 
 Client::Client(std::uint16_t port) {
@@ -64,13 +63,6 @@ std::unique_ptr<Client> connectWhenListening(std::uint16_t port, std::chrono::mi
     return client;
 }
 
-std::string header(const std::string& reply, const std::string& name) {
-    const auto at = reply.find("\r\n" + name + ": ");
-    if (at == std::string::npos) return "<missing>";
-    const auto start = at + name.size() + 4;
-    return reply.substr(start, reply.find("\r\n", start) - start);
-}
-
 std::string asString(const std::vector<std::uint8_t>& bytes) {
     return {bytes.begin(), bytes.end()};
 }
@@ -97,6 +89,12 @@ void TovelProgram::start(const std::vector<std::string>& extra) {
 
 std::string TovelProgram::outputText() const {
     return testing_support::fileText(output());
+}
+
+testing_support::ProgramRun TovelProgram::sim(const std::vector<std::string>& command) const {
+    std::vector<std::string> args = {"--root", root.path()};
+    args.insert(args.end(), command.begin(), command.end());
+    return testing_support::runProgram("tovelsim", args);
 }
 
 int TovelProgram::logCount(const std::wstring& fragment) const {

@@ -11,6 +11,7 @@
 
 #include "platform/child_process.h"
 #include "platform/socket.h"
+#include "tests/support/program_run.h"
 #include "tests/support/test_support.h"
 
 namespace e2e {
@@ -19,7 +20,6 @@ using namespace std::chrono_literals;
 
 extern const std::string kVersionRequest;
 extern const std::string kVersionReply;
-extern const std::string kRebootRequest;
 extern const std::string kRebootReply;
 
 using testing_support::freePorts;
@@ -50,9 +50,6 @@ class Client {
 std::unique_ptr<Client> connectWhenListening(std::uint16_t port,
                                              std::chrono::milliseconds limit = 8000ms);
 
-// The value of header `name` in an HTTP reply.
-std::string header(const std::string& reply, const std::string& name);
-
 // Protocol bytes (remproto's encoders) as the text a client sends, and back.
 std::string asString(const std::vector<std::uint8_t>& bytes);
 std::vector<std::uint8_t> bytesOf(const std::string& text);
@@ -71,6 +68,8 @@ class TovelProgram : public ::testing::Test {
     void start(const std::vector<std::string>& extra);
     std::string output() const { return root.path() + "/tovel.out"; }
     std::string outputText() const;
+    // tovelsim on this unit's root, run to its end.
+    testing_support::ProgramRun sim(const std::vector<std::string>& command) const;
     int logCount(const std::wstring& fragment) const;
     bool logEventually(const std::wstring& fragment, int times = 1) const;
     // The orderly end, as a service manager asks for it.

@@ -4,13 +4,11 @@
 #include <gtest/gtest.h>
 
 #include <chrono>
-#include <fstream>
-#include <sstream>
 #include <string>
-#include <thread>
 
 #include "server/remote_protocol.h"
 #include "tests/e2e/tovel_program.h"
+#include "tests/support/waiting.h"
 
 namespace {
 
@@ -31,37 +29,13 @@ int sequenceOf(const std::string& listing, int slot) {
                                                                : std::stoi(listing.substr(seq + 4));
 }
 
-struct SimAnswer {
-    int exitCode = -1;
-    std::string text;
-};
-
 class TovelSim : public TovelProgram {
   protected:
-    SimAnswer sim(const std::vector<std::string>& command) {
-        std::vector<std::string> args = {"--root", root.path()};
-        args.insert(args.end(), command.begin(), command.end());
-        const std::string out = root.path() + "/tovelsim.out";
-        host::ChildProcess tool(std::string(TOVEL_BUILD_DIR) + "/tovelsim", args, out);
-        SimAnswer answer;
-        answer.exitCode = tool.waitForExit(5s).value_or(-1);
-        std::ifstream in(out);
-        std::stringstream ss;
-        ss << in.rdbuf();
-        answer.text = ss.str();
-        return answer;
-    }
     std::string debugLog() const { return root.path() + "/debug.log"; }
     bool debugEventually(const std::string& fragment) const {
-        const auto until = std::chrono::steady_clock::now() + 5s;
-        for (;;) {
-            std::ifstream in(debugLog());
-            std::stringstream ss;
-            ss << in.rdbuf();
-            if (ss.str().find(fragment) != std::string::npos) return true;
-            if (std::chrono::steady_clock::now() > until) return false;
-            std::this_thread::sleep_for(20ms);
-        }
+        return testing_support::eventually([&] {
+            return testing_support::fileText(debugLog()).find(fragment) != std::string::npos;
+        });
     }
 };
 
@@ -75,9 +49,9 @@ TEST_F(TovelSim, PulledBoardFailsItsClientIsRetiredAndServesAgainOncePluggedIn) 
     ASSERT_TRUE(second.connected());
     EXPECT_EQ(statusOf(second.ask(echoRequest("ping"), 12)), 0u);
 
-    const SimAnswer boards = sim({"boards"});
+    const auto boards = sim({"boards"});
     EXPECT_EQ(boards.exitCode, 0);
-    EXPECT_NE(boards.text.find("slot=1 kind=t1"), std::string::npos) << boards.text;
+    EXPECT_NE(boards.output.find("slot=1 kind=t1"), std::string::npos) << boards.output;
 
     EXPECT_EQ(sim({"detach", "1"}).exitCode, 0);
     const std::uint32_t failed = statusOf(first->ask(echoRequest("ping"), 8));
@@ -105,9 +79,13 @@ TEST_F(TovelSim, BoardRetiredForABadStatusServesTheFirstClientAfterTheFaultClear
     EXPECT_EQ(statusOf(victim->ask(echoRequest("ping"), 12)), 0u);
     ASSERT_EQ(sim({"fault", "1", "state", "10"}).exitCode, 0);
 
+    // A pass-by that comes while the previous one's session still holds the
+    // IP board is dropped, as a client without a free board is: it comes again.
     const auto passBy = [&] {
-        auto passer = connectWhenListening(remotePort);
-        EXPECT_EQ(passer->ask(kVersionRequest, kVersionReply.size()), kVersionReply);
+        EXPECT_TRUE(testing_support::eventually([&] {
+            return connectWhenListening(remotePort)->ask(kVersionRequest, kVersionReply.size()) ==
+                   kVersionReply;
+        })) << outputText();
     };
     passBy();
     EXPECT_TRUE(logEventually(L"This board is being removed!")) << outputText();
@@ -120,10 +98,10 @@ TEST_F(TovelSim, BoardRetiredForABadStatusServesTheFirstClientAfterTheFaultClear
     ASSERT_EQ(sim({"fault", "1", "clear"}).exitCode, 0);
     auto next = connectWhenListening(remotePort);
     EXPECT_EQ(next->ask(echoRequest("back"), 12).substr(8), "back") << outputText();
-    const std::string before = sim({"boards"}).text;
+    const std::string before = sim({"boards"}).output;
     EXPECT_EQ(statusOf(next->ask(echoRequest("again"), 13)), 0u);
     // The command went to the T1 board, booted again as a new controller.
-    const std::string after = sim({"boards"}).text;
+    const std::string after = sim({"boards"}).output;
     EXPECT_EQ(sequenceOf(after, 1), sequenceOf(before, 1) + 2) << before << after;
     EXPECT_EQ(logCount(L"Boot successful (version 102.2)"), 2);
     stopAndExpectCleanExit();
@@ -146,22 +124,17 @@ TEST_F(TovelSim, BadCommandsAreAnsweredWithErrorsAndTheUnitRunsOn) {
     start({"--boards", "t1"});
     auto client = connectWhenListening(remotePort);
     ASSERT_TRUE(client->connected()) << outputText();
+    // Which commands are refused is the console's own test; the program passes its verdict on.
     for (const auto& command :
-         std::vector<std::vector<std::string>>{{"frobnicate"},
-                                               {"detach", "9"},
-                                               {"detach", "x"},
-                                               {"attach", "modem"},
-                                               {"fault", "1", "fail", "31"},
-                                               {"fault", "1", "latency", "-5"},
-                                               {"knob", "many"}}) {
-        const SimAnswer answer = sim(command);
+         std::vector<std::vector<std::string>>{{"frobnicate"}, {"fault", "1", "latency", "-5"}}) {
+        const auto answer = sim(command);
         EXPECT_EQ(answer.exitCode, 1) << command[0];
-        EXPECT_EQ(answer.text.rfind("error ", 0), 0u) << answer.text;
+        EXPECT_EQ(answer.output.rfind("error ", 0), 0u) << answer.output;
     }
     EXPECT_EQ(statusOf(client->ask(echoRequest("ping"), 12)), 0u);
-    const SimAnswer watchdog = sim({"watchdog"});
+    const auto watchdog = sim({"watchdog"});
     EXPECT_EQ(watchdog.exitCode, 0);
-    EXPECT_NE(watchdog.text.find("armed"), std::string::npos) << watchdog.text;
+    EXPECT_NE(watchdog.output.find("armed"), std::string::npos) << watchdog.output;
     stopAndExpectCleanExit();
 }
 
@@ -192,22 +165,18 @@ std::string versionOfKind(const std::string& boards, const std::string& kind) {
 TEST_F(TovelSim, OneTovelctlRunDownloadsAnImageAndBootsTheBoardThatGotIt) {
     start({"--boards", "t1,rf,ip,pots"});
     ASSERT_TRUE(connectWhenListening(remotePort)->connected()) << outputText();
-    const std::string before = sim({"boards"}).text;
+    const std::string before = sim({"boards"}).output;
     const std::string rfVersion = versionOfKind(before, "rf");
     ASSERT_FALSE(rfVersion.empty()) << before;
     ASSERT_EQ(slotsWithVersion(before, rfVersion), 1) << before;
 
-    const std::string out = root.path() + "/tovelctl.out";
-    host::ChildProcess run(
-        std::string(TOVEL_BUILD_DIR) + "/tovelctl",
+    const auto run = testing_support::runProgram(
+        "tovelctl",
         {"--port", std::to_string(remotePort), "--connect-timeout", "20000", "cof-download",
-         root.hostPath(L"\\Program Files\\Orvane Instruments\\480\\rf.cof"), "then", "boot"},
-        out);
-    ASSERT_EQ(run.waitForExit(30s), 0);
-    std::stringstream shown;
-    shown << std::ifstream(out).rdbuf();
-    EXPECT_NE(shown.str().find("status: 4 "), std::string::npos) << shown.str();
+         root.hostPath(L"\\Program Files\\Orvane Instruments\\480\\rf.cof"), "then", "boot"});
+    ASSERT_EQ(run.exitCode, 0);
+    EXPECT_NE(run.output.find("status: 4 "), std::string::npos) << run.output;
     // One other board now runs the rf program: the one whose kind's file got it.
-    const std::string after = sim({"boards"}).text;
+    const std::string after = sim({"boards"}).output;
     EXPECT_EQ(slotsWithVersion(after, rfVersion), 2) << after;
 }

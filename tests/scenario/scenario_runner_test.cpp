@@ -4,7 +4,6 @@
 #include "sim/dsp_bus.h"
 #include "sim/sim_console.h"
 #include "tests/support/waiting.h"
-#include "tools/scenariokit/scenario_commands.h"
 #include "tools/scenariokit/scenario_file.h"
 #include "tools/scenariokit/scenario_runner.h"
 
@@ -99,13 +98,6 @@ slot = 2
         return board && board->replyRules().size() == 1u;
     }));
     EXPECT_EQ(bus->board(2)->serial(), 1350000042u);
-}
-
-TEST_F(ScenarioRunnerTest, ConsoleLoadsFilesAndListsEvents) {
-    scenario::addScenarioCommands(console, runner);
-    EXPECT_EQ(console.execute("load /nonexistent.toml"),
-              "error /nonexistent.toml: cannot read the file");
-    EXPECT_EQ(console.execute("events"), "ok pending=0 done=0");
 }
 
 }  // namespace

@@ -55,13 +55,6 @@ bool closedByServer(host::SOCKET s) {
     return host::recv(s, &byte, 1, 0) <= 0;
 }
 
-std::vector<std::wstring> linesContaining(const std::wstring& fragment) {
-    std::vector<std::wstring> found;
-    for (const auto& line : testing_support::logLines())
-        if (line.find(fragment) != std::wstring::npos) found.push_back(line);
-    return found;
-}
-
 int firstLineIndex(const std::wstring& fragment) {
     const auto lines = testing_support::logLines();
     for (std::size_t i = 0; i < lines.size(); ++i)
@@ -177,7 +170,7 @@ TEST_F(CtlrThreads, RestartDrainsForOneFullPassThenStartsTheResetHelperAndExits2
     ASSERT_GE(wait, 0);
     EXPECT_LT(wait, terminate);
     EXPECT_LT(terminate, exiting);
-    EXPECT_EQ(linesContaining(L"Restart Requested: Wait 5 sec").size(), 1u);
+    EXPECT_EQ(testing_support::logCount(L"Restart Requested: Wait 5 sec"), 1);
     EXPECT_LT(firstLineIndex(L"NULL UsbCtlr on Accept!!"), wait);
 }
 

@@ -20,6 +20,7 @@ struct Made {
     std::uint8_t opcode;
     std::size_t total;
     Bytes payload;
+    Bytes packet;  // Rem_PrimSend: the request without its opcode
 };
 
 // A request of a random kind; sizes mostly small, sometimes near the limits.
@@ -55,7 +56,8 @@ Bytes randomRequest(std::mt19937& rng, Made& made) {
         default:
             request = encodeControl(static_cast<std::uint8_t>(pick(0, 12)), payload);
     }
-    made = {kind, request.size(), payload};
+    made = {kind, request.size(), payload,
+            kind == Rem_PrimSend ? Bytes(request.begin() + 1, request.end()) : Bytes{}};
     return request;
 }
 
@@ -107,6 +109,7 @@ TEST_F(FramerReplay, RandomRequestStreamsSplitAtRandomFrameIntoTheSameRequests) 
             EXPECT_EQ(outcome.served[i].opcode, made[i].opcode) << "seed " << seed << " #" << i;
             EXPECT_EQ(outcome.served[i].total, made[i].total) << "seed " << seed << " #" << i;
             EXPECT_EQ(outcome.served[i].payload, made[i].payload) << "seed " << seed << " #" << i;
+            EXPECT_EQ(outcome.served[i].packet, made[i].packet) << "seed " << seed << " #" << i;
         }
     }
 }
@@ -144,16 +147,18 @@ TEST_F(FramerReplay, RandomBytesNeverBreakThePromises) {
 }
 
 TEST_F(FramerReplay, ARequestBehindAnUnknownOpcodeIsNeverServed) {
-    Bytes stream = encodeGetStatus();
-    stream.push_back(6);
-    Bytes version = encodeControl(RemCtl_Version);
-    stream.insert(stream.end(), version.begin(), version.end());
-    for (std::size_t split : {1u, 3u, 5u, 6u, 100u}) {
-        const std::vector<std::size_t> sizes{split};
-        auto outcome = framing_test::drive(stream, sizes);
-        ASSERT_EQ(outcome.served.size(), 1u) << split;
-        EXPECT_EQ(outcome.served[0].opcode, Rem_GetStatus);
-        EXPECT_EQ(outcome.last, FrameStatus::UnknownOpcode);
+    for (std::uint8_t opcode : {6, 7, 0x80, 0xff}) {
+        Bytes stream = encodeGetStatus();
+        stream.push_back(opcode);
+        Bytes version = encodeControl(RemCtl_Version);
+        stream.insert(stream.end(), version.begin(), version.end());
+        for (std::size_t split : {1u, 3u, 5u, 6u, 100u}) {
+            const std::vector<std::size_t> sizes{split};
+            auto outcome = framing_test::drive(stream, sizes);
+            ASSERT_EQ(outcome.served.size(), 1u) << int(opcode) << " " << split;
+            EXPECT_EQ(outcome.served[0].opcode, Rem_GetStatus);
+            EXPECT_EQ(outcome.last, FrameStatus::UnknownOpcode);
+        }
     }
 }
 

@@ -105,21 +105,6 @@ TEST(WireFormat, CofDownloadSequence) {
     EXPECT_EQ(bytesOf(f.request.payload), (Bytes{0xAA, 0xBB, 0xCC}));
 }
 
-TEST(WireFormat, ControlSubCommandNumbers) {
-    EXPECT_EQ(RemCtl_EnumBoards, 0);
-    EXPECT_EQ(RemCtl_CofStart, 1);
-    EXPECT_EQ(RemCtl_CofData, 2);
-    EXPECT_EQ(RemCtl_CofEnd, 3);
-    EXPECT_EQ(RemCtl_DspBoot, 4);
-    EXPECT_EQ(RemCtl_Reboot, 5);
-    EXPECT_EQ(RemCtl_Version, 6);
-    EXPECT_EQ(RemCtl_CmdLineControl, 7);
-    // An unknown sub-command is still a well-formed Rem_Control request.
-    FrameResult f = frameRequest(controlRequest(9));
-    ASSERT_EQ(f.status, FrameStatus::Request);
-    EXPECT_EQ(f.request.command, 9);
-}
-
 TEST(WireFormat, StatusReplyIsSeventyThreeBytesWithTheBlockFromDataByteOne) {
     auto reply = std::make_unique<RemReply>();
     reply->length = kStatusReplyLength;

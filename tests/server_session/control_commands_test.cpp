@@ -11,12 +11,6 @@ namespace {
 const Bytes kOkEmpty(8, 0);
 }
 
-TEST_F(SessionTest, VersionAnswersTheExampleByteForByte) {
-    startSession();
-    send({5, 6, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0});
-    EXPECT_EQ(receive(12), (Bytes{4, 0, 0, 0, 4, 0, 0, 0, 0xED, 0xEA, 0x02, 0x00}));
-}
-
 TEST_F(SessionTest, EnumBoardsCountsTheRegisteredBoards) {
     startSession({sim::BoardKind::T1, sim::BoardKind::RF});
     send(control(0));

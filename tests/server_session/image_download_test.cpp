@@ -36,13 +36,7 @@ class ImageDownloadTest : public SessionTest {
     // The client goes away and the unit starts again: a fresh registry finds
     // the board (running its flash program) and boots it.
     void restartUnit() {
-        host::closesocket(client);
-        client = host::INVALID_SOCKET;
-        session->stop();
-        ASSERT_TRUE(waitUntilDone());
-        std::weak_ptr<Tovel> held = session;
-        session.reset();
-        ASSERT_TRUE(testing_support::eventually([&] { return held.expired(); }));
+        endSession();
         UsbCtlr::WaitForDeviceChangeThreads();
         UsbCtlr::ResetRegistryForTest();
         bus->detachAll(false);
@@ -77,8 +71,7 @@ TEST_F(ImageDownloadTest, InterruptedUploadLeavesTheImageByteForByte) {
     receive(8);
     send(control(2, Bytes(1000, 0xEE)));
     receive(8);
-    host::closesocket(client);  // the client resets mid-upload
-    client = host::INVALID_SOCKET;
+    closeClient();  // the client resets mid-upload
     ASSERT_TRUE(waitUntilDone());
     EXPECT_EQ(file(t1.image()), before);
     EXPECT_FALSE(KindImage::exists(t1.download()));
@@ -119,6 +112,9 @@ TEST_F(ImageDownloadTest, EveryDamagedUploadIsStoredFlaggedAndOutlivedByThePrevi
         good = text(fixed);
     }
     EXPECT_EQ(round, 13);
+    EXPECT_TRUE(testing_support::logContains(
+        L"COF DOWNLOAD: 't1.cof' is stored but will not boot: not a TI C6000 COFF file (target "
+        L"ID) (COFF reader result 145)!"));
 }
 
 }  // namespace

@@ -1,7 +1,6 @@
 #include "tests/server_session/session_fixture.h"
 
-#include <chrono>
-#include <thread>
+#include "tests/support/waiting.h"
 
 namespace sessiontest {
 
@@ -10,18 +9,25 @@ SessionTest::SessionTest() {
 }
 
 SessionTest::~SessionTest() {
+    endSession();
+}
+
+void SessionTest::closeClient() {
     if (client != host::INVALID_SOCKET) host::closesocket(client);
-    if (session) {
-        session->stop();
-        waitUntilDone();
-        // A session whose thread was abandoned (reported hung) is still held
-        // by that thread until it returns from its receive; the registry is
-        // reset after this, and must not delete the board it still pins.
-        std::weak_ptr<Tovel> held = session;
-        session.reset();
-        for (int i = 0; i < 1000 && !held.expired(); ++i)
-            std::this_thread::sleep_for(std::chrono::milliseconds(5));
-    }
+    client = host::INVALID_SOCKET;
+}
+
+void SessionTest::endSession() {
+    closeClient();
+    if (!session) return;
+    session->stop();
+    EXPECT_TRUE(waitUntilDone());
+    // A session whose thread was abandoned (reported hung) is still held by
+    // that thread until it returns from its receive; the registry is reset
+    // after this, and must not delete the board it still pins.
+    std::weak_ptr<Tovel> held = session;
+    session.reset();
+    EXPECT_TRUE(testing_support::eventually([&] { return held.expired(); }));
 }
 
 void SessionTest::startSession(std::initializer_list<sim::BoardKind> kinds) {
@@ -72,12 +78,9 @@ bool SessionTest::quietFor(DWORD ms) {
     return host::selectRead(client, ms) == 0;
 }
 
-bool SessionTest::waitUntilDone(DWORD ms) {
-    for (DWORD waited = 0; waited < ms; waited += 5) {
-        if (!session->running() && session->isDoneOrHung()) return true;
-        std::this_thread::sleep_for(std::chrono::milliseconds(5));
-    }
-    return false;
+bool SessionTest::waitUntilDone() {
+    return testing_support::eventually(
+        [&] { return !session->running() && session->isDoneOrHung(); });
 }
 
 }  // namespace sessiontest

@@ -39,7 +39,11 @@ class SessionTest : public boardtest::BoardTest {
     // True when nothing arrives within `ms` of real time.
     bool quietFor(DWORD ms);
     // Waits (real time) until the session's thread has ended.
-    bool waitUntilDone(DWORD ms = 5000);
+    bool waitUntilDone();
+    // The client goes away (a no-op when it already has).
+    void closeClient();
+    // Closes the client, stops the session and waits until nothing holds it.
+    void endSession();
 
     static Bytes control(std::uint8_t sub, const Bytes& payload = {}) {
         return remproto::encodeControl(sub, payload);

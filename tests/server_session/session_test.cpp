@@ -12,28 +12,6 @@ const Bytes kVersionRequest = {5, 6, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0};
 const Bytes kVersionReply = {4, 0, 0, 0, 4, 0, 0, 0, 0xED, 0xEA, 0x02, 0x00};
 }  // namespace
 
-TEST_F(SessionTest, TwoRequestsInOneSegmentGetTwoRepliesInOrder) {
-    startSession();
-    Bytes both = encodeAtomicGet(kEcho, Bytes{1, 2, 3}, kEcho, 3);
-    both.insert(both.end(), kVersionRequest.begin(), kVersionRequest.end());
-    send(both);
-    Bytes first = receive(8 + 3);
-    EXPECT_EQ(readU32le(first, 0), 0u);
-    EXPECT_EQ(readU32le(first, 4), 3u);
-    EXPECT_EQ(Bytes(first.begin() + 8, first.end()), (Bytes{1, 2, 3}));
-    EXPECT_EQ(receive(12), kVersionReply);
-}
-
-TEST_F(SessionTest, AtomicSendWithPayloadInASecondSegmentIsServedOnce) {
-    startSession();
-    Bytes request = encodeAtomicSend(0x21, Bytes{0x0A, 0x0B, 0x0C});
-    send(Bytes(request.begin(), request.begin() + 16));
-    EXPECT_TRUE(quietFor(100));
-    send(Bytes(request.begin() + 16, request.end()));
-    EXPECT_EQ(receive(8), Bytes(8, 0));
-    EXPECT_EQ(boards[0]->commandCount(0x21), 1u);
-}
-
 TEST_F(SessionTest, PrimSendInThreePiecesIsTracedTwiceAndHandedOnOnce) {
     testing_support::DebugCapture debug;
     startSession();
@@ -113,8 +91,7 @@ TEST_F(SessionTest, UnknownOpcodeStallsTheConnectionForGood) {
 
 TEST_F(SessionTest, ClientCloseEndsTheSessionInStateOne) {
     startSession();
-    host::closesocket(client);
-    client = host::INVALID_SOCKET;
+    closeClient();
     ASSERT_TRUE(waitUntilDone());
     EXPECT_EQ(session->state(), 1);
 }
@@ -124,8 +101,7 @@ TEST_F(SessionTest, ReceiveErrorIsReportedWithItsText) {
     host::LINGER reset{1, 0};
     host::setsockopt(client, host::SOL_SOCKET, host::SO_LINGER,
                      reinterpret_cast<const char*>(&reset), sizeof reset);
-    host::closesocket(client);
-    client = host::INVALID_SOCKET;
+    closeClient();
     ASSERT_TRUE(waitUntilDone());
     EXPECT_EQ(session->state(), 4);
     EXPECT_TRUE(testing_support::logContains(L"Socket Error in Receive: WSAECONNRESET \n"));

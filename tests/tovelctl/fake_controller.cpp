@@ -1,12 +1,40 @@
 #include "tests/tovelctl/fake_controller.h"
 
+#include <algorithm>
 #include <memory>
 
+#include "boards/error_log.h"
 #include "server/remote_protocol.h"
+#include "server/session_core.h"
 
 using namespace remproto;
 
+namespace {
+std::wstring image() {
+    return installFolder + L"\\fake.cof";
+}
+}  // namespace
+
+// Sends the core's replies, or spoils them as the test asked.
+class FakeController::Sink final : public ReplySink {
+  public:
+    Sink(FakeController& fake, host::SOCKET client) : fake_(fake), client_(client) {}
+    int sendReply(std::span<const std::uint8_t> reply) override {
+        if (fake_.quiet_) return static_cast<int>(reply.size());
+        std::vector<std::uint8_t> bytes(reply.begin(), reply.end());
+        if (fake_.bogusLength_) writeU32le(bytes, 4, 100000);
+        return host::send(client_, reinterpret_cast<const char*>(bytes.data()),
+                          static_cast<int>(bytes.size()), 0);
+    }
+    void sendFailed(const wchar_t*) override {}
+
+  private:
+    FakeController& fake_;
+    host::SOCKET client_;
+};
+
 FakeController::FakeController(std::uint16_t port) {
+    root_.writeFile(image(), "");  // the install folder, where downloads go
     listener_ = host::socket(host::AF_INET, host::SOCK_STREAM, 0);
     host::SOCKADDR_IN sa = host::makeSockaddr(host::INADDR_LOOPBACK, port);
     host::bind(listener_, reinterpret_cast<host::SOCKADDR*>(&sa), sizeof sa);
@@ -29,8 +57,28 @@ std::vector<std::vector<std::uint8_t>> FakeController::requests() const {
 }
 
 std::vector<std::uint8_t> FakeController::cofFile() const {
-    std::lock_guard<std::mutex> lock(mutex_);
-    return cof_;
+    const std::string bytes = root_.readFile(image());
+    return {bytes.begin(), bytes.end()};
+}
+
+dspStatus FakeController::primitiveGetData(BYTE* buffer, int* size) {
+    wire::putFrameHeader(std::span(buffer, static_cast<std::size_t>(*size)), wire::kDeviceDsp, 0x21,
+                         static_cast<std::uint16_t>(*size - kDspPacketHeaderSize));
+    return dspOk;
+}
+
+dspStatus FakeController::primitiveGetStatus(BYTE* buffer, DWORD* size) {
+    std::fill_n(buffer, *size, BYTE{0});
+    buffer[0] = 1;
+    buffer[2] = 4;
+    buffer[63] = 37;
+    return dspOk;
+}
+
+dspStatus FakeController::atomicGet(std::uint32_t, const BYTE*, int, BYTE, BYTE* reply,
+                                    int* replyLength) {
+    for (int i = 0; i < *replyLength; ++i) reply[i] = static_cast<BYTE>(i);
+    return dspOk;
 }
 
 void FakeController::run() {
@@ -45,8 +93,12 @@ void FakeController::run() {
     }
 }
 
+// Frames what arrives as a session does, keeps each request and has the core serve it.
 void FakeController::serve(host::SOCKET client) {
     auto buffer = std::make_unique<ReceiveBuffer>();
+    Sink sink(*this, client);
+    SessionBoard& board = *this;
+    auto core = std::make_unique<SessionCore>(board, static_cast<SessionOwner*>(this), sink);
     int served = 0;
     for (;;) {
         auto space = buffer->freeSpace();
@@ -58,85 +110,14 @@ void FakeController::serve(host::SOCKET client) {
         for (;;) {
             FrameResult f = buffer->frame();
             if (f.status != FrameStatus::Request) break;
-            std::vector<std::uint8_t> request(buffer->held().begin(),
-                                              buffer->held().begin() + f.total);
-            buffer->consume(f.total);
             {
                 std::lock_guard<std::mutex> lock(mutex_);
-                requests_.push_back(request);
+                requests_.emplace_back(buffer->held().begin(), buffer->held().begin() + f.total);
             }
             if (++served == closeAt_) return;
-            bool reply = true;
-            auto bytes = answer(request, reply);
-            if (reply && !quiet_)
-                host::send(client, reinterpret_cast<const char*>(bytes.data()),
-                           static_cast<int>(bytes.size()), 0);
+            core->serve(f.request);
+            buffer->consume(f.total);
             if (buffer->empty()) break;
         }
     }
-}
-
-std::vector<std::uint8_t> FakeController::answer(const std::vector<std::uint8_t>& request,
-                                                 bool& reply) {
-    FrameResult f = frameRequest(request);
-    const RemRequest& q = f.request;
-    std::vector<std::uint8_t> data;
-    std::uint32_t status = 0;
-    switch (q.opcode) {
-        case Rem_PrimSend:
-            reply = false;
-            return {};
-        case Rem_PrimGet:
-            data.resize(q.primGetLength());
-            wire::putFrameHeader(data, wire::kDeviceDsp, 0x21, q.shortSize);
-            break;
-        case Rem_GetStatus:
-            data.resize(kStatusReplyLength);
-            data[1] = 1;
-            data[3] = 4;
-            data[64] = 37;
-            break;
-        case Rem_AtomicGet:
-            data.resize(std::min<std::size_t>(q.replyLength, kReplyDataMax));
-            for (std::size_t i = 0; i < data.size(); ++i) data[i] = static_cast<std::uint8_t>(i);
-            break;
-        case Rem_AtomicSend:
-            break;
-        case Rem_Control: {
-            std::lock_guard<std::mutex> lock(mutex_);
-            switch (q.command) {
-                case RemCtl_EnumBoards:
-                    status = 4;
-                    data = {2};
-                    break;
-                case RemCtl_CofStart:
-                    cof_.clear();
-                    break;
-                case RemCtl_CofData:
-                    cof_.insert(cof_.end(), q.payload.begin(), q.payload.end());
-                    break;
-                case RemCtl_CofEnd:
-                    break;
-                case RemCtl_DspBoot:
-                    status = 15;
-                    break;
-                case RemCtl_Reboot:
-                case RemCtl_CmdLineControl:
-                    status = 4;
-                    break;
-                case RemCtl_Version:
-                    status = 4;
-                    data.resize(4);
-                    writeU32le(data, 0, kServerVersion);
-                    break;
-                default:
-                    status = 4;
-                    data = {0};
-            }
-            break;
-        }
-    }
-    auto bytes = encodeReply(status, data);
-    if (bogusLength_) writeU32le(bytes, 4, 100000);
-    return bytes;
 }

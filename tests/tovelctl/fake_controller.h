@@ -1,26 +1,29 @@
 #pragma once
-// A stand-in for the controller's remote command port: frames requests with
-// the real framer and answers them with fixed replies, one connection at a
-// time, so the client and tovelctl can be tested without boards.
+// A stand-in for the controller's remote command port: the session's own
+// serving core behind a loopback listener, one connection at a time, with a
+// fixed board, so the client and tovelctl can be tested without a unit.
 //
-// Replies: Rem_Control version 4/191213, boards 4/2, COF start/data/end 0,
-// boot 15, reboot and command line 4, unknown sub-commands 4 with one byte 0;
-// Rem_GetStatus 0 with device 1, state 4, sequence 37; Rem_AtomicSend 0;
-// Rem_AtomicGet 0 with replyLength bytes 0, 1, 2, ...; Rem_PrimGet 0 with the
-// size+4 bytes of a packet from device 1; Rem_PrimSend nothing.
+// The board: 2 boards enumerated; Rem_GetStatus answers 0 with device 1,
+// state 4, sequence 37; Rem_AtomicGet answers 0 with replyLength bytes 0, 1,
+// 2, ...; Rem_PrimGet 0 with a packet from device 1; a boot fails (15). COF
+// downloads go to a unit root of the fake's own.
 #include <atomic>
 #include <cstdint>
 #include <mutex>
 #include <thread>
 #include <vector>
 
+#include "platform/debug_out.h"
 #include "platform/socket.h"
+#include "server/session_board.h"
+#include "server/session_owner.h"
+#include "tests/support/test_support.h"
 
-class FakeController {
+class FakeController : private SessionBoard, private SessionOwner {
   public:
     // Listens on `port` (0: any free one).
     explicit FakeController(std::uint16_t port = 0);
-    ~FakeController();
+    ~FakeController() override;
     FakeController(const FakeController&) = delete;
     FakeController& operator=(const FakeController&) = delete;
 
@@ -30,7 +33,7 @@ class FakeController {
     int connections() const { return connections_.load(); }
     // Every complete request received so far, in order.
     std::vector<std::vector<std::uint8_t>> requests() const;
-    // The bytes of the COF download (COF start empties it).
+    // The image the last completed COF download stored.
     std::vector<std::uint8_t> cofFile() const;
 
     // Misbehaviour: close the connection instead of answering the n-th
@@ -41,10 +44,26 @@ class FakeController {
     void stayQuiet() { quiet_ = true; }
 
   private:
+    class Sink;
     void run();
     void serve(host::SOCKET client);
-    std::vector<std::uint8_t> answer(const std::vector<std::uint8_t>& request, bool& reply);
 
+    dspStatus primitiveSendData(const BYTE*, int) override { return dspOk; }
+    dspStatus primitiveGetData(BYTE* buffer, int* size) override;
+    dspStatus primitiveGetStatus(BYTE* buffer, DWORD* size) override;
+    dspStatus atomicSend(std::uint32_t, const BYTE*, int) override { return dspOk; }
+    dspStatus atomicGet(std::uint32_t opcode, const BYTE* data, int length, BYTE replyOpcode,
+                        BYTE* reply, int* replyLength) override;
+    dspStatus status() override { return dspRunning; }
+    dspStatus boot() override { return dspWrongCofVersion; }
+    std::wstring cofFileName() override { return L"fake.cof"; }
+    int enumerateBoards() override { return 2; }
+    void requestRestart() override {}
+    host::CriticalSection& tovelLock() override { return lock_; }
+
+    testing_support::TempUnitRoot root_;
+    host::DebugSilence silence_;  // the core's reports are not what these tests are about
+    host::CriticalSection lock_;
     host::SOCKET listener_ = host::INVALID_SOCKET;
     std::uint16_t port_ = 0;
     std::atomic<bool> stopping_{false};
@@ -55,6 +74,5 @@ class FakeController {
     std::atomic<bool> quiet_{false};
     mutable std::mutex mutex_;
     std::vector<std::vector<std::uint8_t>> requests_;
-    std::vector<std::uint8_t> cof_;
     std::thread thread_;
 };

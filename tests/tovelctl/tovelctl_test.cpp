@@ -10,6 +10,7 @@
 #include <vector>
 
 #include "platform/child_process.h"
+#include "server/remote_protocol.h"
 #include "tests/support/program_run.h"
 #include "tests/support/test_support.h"
 #include "tests/tovelctl/fake_controller.h"
@@ -18,6 +19,7 @@
 namespace {
 
 using Result = testing_support::ProgramRun;
+using Bytes = std::vector<std::uint8_t>;
 
 Result tovelctl(const std::string& args) {
     std::vector<std::string> words;
@@ -124,9 +126,9 @@ TEST(Tovelctl, RawAndAtomicRequestsGoOutAsGiven) {
 
     auto requests = fake.requests();
     ASSERT_EQ(requests.size(), 5u);
-    EXPECT_EQ(requests[0], (std::vector<std::uint8_t>{0, 1, 0x21, 0, 2, 0x0a, 0x0b}));
-    EXPECT_EQ(requests[3].size(), 19u);
-    EXPECT_EQ(requests[3][1], 33);
+    EXPECT_EQ(requests[0], (Bytes{0, 1, 0x21, 0, 2, 0x0a, 0x0b}));
+    EXPECT_EQ(requests[2], remproto::encodeAtomicGet(0x30, Bytes{1}, 0x31, 8));
+    EXPECT_EQ(requests[3], remproto::encodeAtomicSend(33, Bytes{0x0a, 0x0b, 0x0c}));
 }
 
 TEST(Tovelctl, RefusedOrClosedConnectionIsOneLineAndAFailure) {
