@@ -19,6 +19,9 @@ TEST(PathMapping, ExistingComponentsMatchWithoutRegardToCase) {
     // Missing parts keep their spelling; nothing climbs out of the root.
     EXPECT_EQ(mapPath(L"\\Program Files\\x.cof"), root.path() + "/Program Files/x.cof");
     EXPECT_EQ(mapPath(L"\\..\\..\\etc\\passwd"), root.path() + "/etc/passwd");
+    // Back out of a missing folder, matching resumes.
+    EXPECT_EQ(mapPath(L"\\Missing\\Deeper\\..\\..\\FLASH DISK3\\orvane"),
+              root.path() + "/Flash Disk3/Orvane");
 }
 
 TEST(Files, WriteReadSeekAndSize) {
