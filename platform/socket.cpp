@@ -599,4 +599,11 @@ std::size_t openSocketCountForTest() {
     return t.sockets.size();
 }
 
+int callsInProgressForTest(SOCKET s) {
+    auto& t = table();
+    std::lock_guard<std::mutex> lock(t.mutex);
+    auto it = t.sockets.find(s);
+    return it == t.sockets.end() ? 0 : it->second->busy;
+}
+
 }  // namespace host

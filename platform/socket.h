@@ -156,5 +156,8 @@ std::uint16_t localPort(SOCKET s);
 
 // Number of open sockets (for leak checks in tests).
 std::size_t openSocketCountForTest();
+// Number of calls under way on a socket: once one is counted, closing the
+// socket interrupts it whether or not it has reached its wait yet.
+int callsInProgressForTest(SOCKET s);
 
 }  // namespace host

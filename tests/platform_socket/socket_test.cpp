@@ -1,11 +1,11 @@
 #include <gtest/gtest.h>
 
 #include <atomic>
-#include <chrono>
 #include <string>
 #include <thread>
 
 #include "platform/socket.h"
+#include "tests/support/waiting.h"
 
 using namespace host;
 
@@ -139,7 +139,7 @@ TEST(Socket, ClosingUnderABlockedReceiveInterruptsIt) {
         result = recv(p.server, &c, 1, 0);
         error = WSAGetLastError();
     });
-    std::this_thread::sleep_for(std::chrono::milliseconds(20));
+    ASSERT_TRUE(testing_support::eventually([&] { return callsInProgressForTest(p.server) == 1; }));
     EXPECT_EQ(closesocket(p.server), 0);
     reader.join();
     p.server = INVALID_SOCKET;
@@ -155,7 +155,8 @@ TEST(Socket, ClosingUnderABlockedAcceptInterruptsIt) {
         accepted = accept(listener->s, nullptr, nullptr);
         error = WSAGetLastError();
     });
-    std::this_thread::sleep_for(std::chrono::milliseconds(20));
+    ASSERT_TRUE(
+        testing_support::eventually([&] { return callsInProgressForTest(listener->s) == 1; }));
     EXPECT_EQ(closesocket(listener->s), 0);
     listener->s = INVALID_SOCKET;
     acceptor.join();
