@@ -102,12 +102,13 @@ TEST_F(DialogTest, TheLedsBlinkOnTheSimulatedDigitalOutputs) {
     // in mode 0. Then the green LED is lit for 250 ms and the front panel's
     // line B for 500 ms; line A stays dark in mode 6.
     time_->advance(50);
-    ASSERT_TRUE(eventually([&] { return dio->output(19) && dio->output(15); }));
+    // An output records its level just after it drives the line.
+    ASSERT_TRUE(eventually([&] {
+        const LedStates lit = core.ledStates();
+        return dio->output(19) && dio->output(15) && lit.green && lit.frontB;
+    }));
     EXPECT_FALSE(dio->output(14));
-    const LedStates lit = core.ledStates();
-    EXPECT_TRUE(lit.green);
-    EXPECT_TRUE(lit.frontB);
-    EXPECT_FALSE(lit.frontA);
+    EXPECT_FALSE(core.ledStates().frontA);
     time_->advance(250);
     ASSERT_TRUE(eventually([&] { return !dio->output(19); }));
     EXPECT_TRUE(dio->output(15));  // still within its 500 ms
