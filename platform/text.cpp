@@ -25,9 +25,15 @@ void pad(std::wstring& out, const std::wstring& text, const Spec& spec) {
 // Formats one numeric conversion with the C library, rebuilding its spec.
 template <class T>
 void formatNumber(std::wstring& out, const Spec& spec, const wchar_t* length, T value) {
-    std::wstring fmt = L"%" + spec.flags;
+    std::wstring fmt;
+    fmt.reserve(24);  // one allocation: the event log formats numbers on every line
+    fmt += L'%';
+    fmt += spec.flags;
     if (spec.width >= 0) fmt += std::to_wstring(spec.width);
-    if (spec.precision >= 0) fmt += L"." + std::to_wstring(spec.precision);
+    if (spec.precision >= 0) {
+        fmt += L'.';
+        fmt += std::to_wstring(spec.precision);
+    }
     fmt += length;
     fmt += spec.conv;
     wchar_t buffer[512];
@@ -50,6 +56,7 @@ bool isSize(const Spec& s) {
 std::wstring vwformat(const wchar_t* fmt, va_list args) {
     std::wstring out;
     if (!fmt) return out;
+    out.reserve(std::wcslen(fmt) + 64);  // most texts then never grow
     va_list ap;
     va_copy(ap, args);
     for (const wchar_t* p = fmt; *p;) {
