@@ -33,12 +33,14 @@ class SteppingClock final : public host::Clock {
     }
 
     // Waits (real time) until the n-th timed wait (from 1) has begun and
-    // answers its length; 0 if it never begins.
+    // answers its length; 0 if it never begins. Begun means the blinker's
+    // thread sleeps on the clock: an advance before it has taken its wake
+    // time would be lost, and the thread would sleep on.
     DWORD wait(std::size_t n) {
         DWORD length = 0;
         testing_support::eventually([&] {
             std::lock_guard<std::mutex> guard(mutex_);
-            if (waits_.size() < n) return false;
+            if (waits_.size() < n || time_.waiters() == 0) return false;
             length = waits_[n - 1];
             return true;
         });
